@@ -1,0 +1,28 @@
+// The whole public interface of the library and the platform it runs on: include this
+// one header and link the `basics` target.
+#ifndef BASICS_BASICS_H_
+#define BASICS_BASICS_H_
+
+// Platform: record manager, utility library, window functions, file creation.
+#include "dialog.h"
+#include "file_creation.h"
+#include "record_manager.h"
+#include "utility.h"
+#include "zor_types.h"
+
+// Library.
+#include "CHART.h"
+#include "COST.h"
+#include "CustDcl.h"
+#include "DirectDeposit.h"
+#include "EmployeeDcl.h"
+#include "General.h"
+#include "GeneralUtils.h"
+#include "JOBEST.h"
+#include "JOURNAL.h"
+#include "OpenDat.h"
+#include "PHASE.h"
+#include "PROJECT.h"
+#include "VendorDcl.h"
+
+#endif  // BASICS_BASICS_H_

@@ -1,0 +1,13 @@
+// Job estimates: the open function of the estimate file. Builds on OpenDat.
+#ifndef BASICS_JOBEST_H_
+#define BASICS_JOBEST_H_
+
+#include <cstdint>
+
+#include "record_manager.h"
+
+// Opens the estimate file: read-only (254) without an owner name and file number 0,
+// any other mode with number 40 and the standard owner. Non-zero on success.
+uint8_t OpenJobEstFile(BtrvFile** file, uint16_t mode);
+
+#endif  // BASICS_JOBEST_H_

@@ -1,0 +1,203 @@
+// The record manager: keyed files of fixed-length records, one handle (BtrvFile) per
+// open file. All data files of one directory live in one store in that directory; each
+// file is a table of fixed-length records with one index per key. Handles may be used
+// from several threads, one thread per handle at a time; record locks, exclusive opens
+// and batches hold between handles and between processes.
+#ifndef BASICS_PLATFORM_RECORD_MANAGER_H_
+#define BASICS_PLATFORM_RECORD_MANAGER_H_
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+// Status codes (GetErrorCode answers the handle's last one; 0 after success).
+enum : uint16_t {
+  kStatusOk = 0,
+  kStatusIoError = 2,          // I/O error or damaged store
+  kStatusNotOpen = 3,          // file not open
+  kStatusKeyNotFound = 4,      // key value not found
+  kStatusDuplicateKey = 5,     // duplicate key value on a unique key
+  kStatusInvalidKeyNumber = 6, // the file has no such key
+  kStatusNoCurrency = 8,       // no current record for Next, Previous, Update or Delete
+  kStatusEndOfFile = 9,        // no further record in that direction
+  kStatusKeyNotModifiable = 10,
+  kStatusFileNotFound = 12,
+  kStatusDiskFull = 18,
+  kStatusBadLength = 22,       // data buffer length does not match the record length
+  kStatusBadFileSpec = 25,     // a creation description that cannot be made into a file
+  kStatusBadPosition = 43,     // invalid physical position
+  kStatusReadOnly = 46,        // write on a read-only open
+  kStatusBadOwner = 51,        // wrong or missing owner name
+  kStatusFileExists = 59,
+  kStatusConflict = 80,        // changed through another handle since this one read it
+  kStatusRecordInUse = 84,     // record locked by another handle
+  kStatusFileInUse = 85,       // file in use (exclusive open, or another writer's batch)
+};
+
+// Lock biases, added to a read.
+constexpr uint16_t kLockBiasNone = 0;
+constexpr uint16_t kLockBiasKeyOnly = 50;  // existence test: the buffer receives the key
+constexpr uint16_t kLockBiasSingleNoWait = 200;
+
+// Open modes.
+constexpr uint16_t kOpenModeNormal = 0;
+constexpr uint16_t kOpenModeExclusive = 252;
+constexpr uint16_t kOpenModeReadOnly = 254;
+
+// Key numbers that set no key currency (InsertRecordByKey 65535, UpdateFile -1).
+constexpr uint16_t kNoKeyCurrency = 65535;
+
+// Key segment flags of a creation description.
+enum : uint16_t {
+  kKeyDuplicates = 0x0001,
+  kKeyModifiable = 0x0002,
+  kKeyBinary = 0x0004,        // unsigned binary, little-endian, without an extended type
+  kKeySegmented = 0x0010,     // another segment of the same key follows
+  kKeyDescending = 0x0040,
+  kKeyExtendedType = 0x0100,  // the segment's extendedType is meaningful
+  kKeyManualNumber = 0x0200,  // first segment only: keyNumber gives the key's number
+  kKeyNoCase = 0x0400,        // strings compare case-insensitively (ASCII)
+};
+
+// Extended key types.
+enum : uint8_t {
+  kExtString = 0,
+  kExtInteger = 1,        // signed, little-endian, 1, 2, 4 or 8 bytes
+  kExtFloat = 2,          // IEEE, 4 or 8 bytes
+  kExtDate = 3,           // DatesType: ordered by year, month, day
+  kExtZString = 11,       // zero-terminated string: bytes after the terminator ignored
+  kExtUnsignedBinary = 14,
+  kExtAutoIncrement = 15, // signed; an insert with 0 gets the highest value + 1
+};
+
+struct KeySegmentSpec {
+  uint16_t position;     // 1-based offset in the record
+  uint16_t length;
+  uint16_t flags;
+  uint8_t extendedType;
+  uint8_t keyNumber;     // with kKeyManualNumber on a key's first segment
+};
+
+constexpr int kMaxKeySegments = 119;
+
+// A creation description: record length, page size (kept, no meaning) and the keys'
+// segments in order, consecutive segments of one key chained by kKeySegmented. Keys are
+// numbered 0, 1, 2 ... in order unless a key's first segment carries kKeyManualNumber.
+struct FileSpec {
+  uint16_t recordLength;
+  uint16_t pageSize;
+  uint16_t numberOfSegments;
+  uint16_t fileFlags;
+  KeySegmentSpec segments[kMaxKeySegments];
+};
+
+// Creation flags of ZORCreateFile.
+constexpr int kCreateReplace = 0x0002;  // replace an existing file instead of failing (59)
+
+// Information handed to the second form of DeleteRecord (who deleted what).
+struct AMCallbackRecordInfo {
+  int32_t recordNumber;
+  int32_t fileNumber;
+};
+
+// A handle to an open data file. Created by RealOpenBFile/RealOpenBFileOwner, destroyed
+// by RealCloseFile; a null pointer means the file is not open.
+class BtrvFile {
+ public:
+  // Suppresses the record manager's own record-in-use / file-in-use prompt for the next
+  // call on this handle only.
+  void NoLockMessageOnNextCall(bool flag = true);
+
+  // Implementation state (defined in the record manager).
+  struct State;
+  State* state() { return state_; }
+
+ private:
+  friend struct BtrvFileFactory;
+  explicit BtrvFile(State* state) : state_(state) {}
+  ~BtrvFile();
+  State* state_;
+};
+
+// Keyed reads. lock is a lock bias; len must equal the record length (the key length for
+// a key-only read); for Equal/GE/Greater/Less/LE the key fields are set in buf first.
+// Each answers non-zero on success; GetErrorCode tells why a call failed.
+uint8_t GetFileEqual(BtrvFile* f, uint16_t lock, uint32_t len, void* buf, int16_t key);
+uint8_t GetFileGE(BtrvFile* f, uint16_t lock, uint32_t len, void* buf, int16_t key);
+uint8_t GetFileGreater(BtrvFile* f, uint16_t lock, uint32_t len, void* buf, int16_t key);
+uint8_t GetFileLess(BtrvFile* f, uint16_t lock, uint32_t len, void* buf, int16_t key);
+uint8_t GetFileLE(BtrvFile* f, uint16_t lock, uint32_t len, void* buf, int16_t key);
+uint8_t GetFileLowest(BtrvFile* f, uint16_t lock, uint32_t len, void* buf, int16_t key);
+uint8_t GetFileHighest(BtrvFile* f, uint16_t lock, uint32_t len, void* buf, int16_t key);
+uint8_t GetFileNext(BtrvFile* f, uint16_t lock, uint32_t len, void* buf, int16_t key);
+uint8_t GetFilePrevious(BtrvFile* f, uint16_t lock, uint32_t len, void* buf, int16_t key);
+// Re-reads the record at a physical position and makes key the key path.
+uint8_t GetFileDirect(BtrvFile* f, uint16_t lock, uint32_t len, void* buf, int16_t key,
+                      int32_t position);
+// The next record in physical order (the first when the handle has no current record).
+uint8_t StepDirect(BtrvFile* f, uint32_t len, void* buf);
+
+// Writes. An insert whose auto-increment field is 0 gets the highest value + 1, written
+// back into buf.
+uint8_t InsertRecord(BtrvFile* f, uint32_t len, void* buf);
+uint8_t InsertRecordByKey(BtrvFile* f, uint32_t len, void* buf, uint16_t key);
+// Rewrites the current record; key -1 keeps no key position.
+uint8_t UpdateFile(BtrvFile* f, uint32_t len, void* buf, int16_t key);
+// Removes the current record.
+uint8_t DeleteRecord(BtrvFile* f, uint32_t len, void* buf);
+uint8_t DeleteRecord(BtrvFile* f, uint32_t len, void* buf, AMCallbackRecordInfo* info);
+
+// Physical position of the current record (0 when none); record count (-1 on error).
+int32_t PhysicalPosition(BtrvFile* f);
+int32_t NumRecsInFile(BtrvFile* f);
+// Drops the lock taken by a locked read.
+uint8_t UnlockOneRecord(BtrvFile* f);
+
+// Batches: begins a write transaction on the file's store or joins the one this process
+// already has open there; it commits when the last batch begun in it ends. Answer 1 on
+// success.
+int bBeginBatchUpdate(BtrvFile* f);
+int bEndBatchUpdate(BtrvFile* f);
+
+// The handle's last status; for a null handle, the status of this thread's last failed
+// open (3 when none).
+uint16_t GetErrorCode(BtrvFile* f);
+
+// Opens name (absolute or relative to the current directory; '\' and '/' both
+// separate): the directory names the store, the base name (case-insensitive) the file.
+int RealOpenBFileOwner(BtrvFile** f, const char* name, uint16_t mode, uint16_t file_number,
+                       const char* owner, const char* src_file, int src_line);
+int RealOpenBFile(BtrvFile** f, const char* name, uint16_t mode, uint16_t file_number,
+                  const char* src_file, int src_line);
+// Closes and nulls the handle; a null handle is a no-op that answers 1.
+int RealCloseFile(BtrvFile** f, const char* src_file, int src_line);
+
+// Creates an empty file from a description (answers 1, or 0 with the status readable by
+// GetErrorCode(nullptr)). ZORCreateFileWithOwner also sets the file's owner name.
+int ZORCreateFile(const FileSpec* spec, int flags, const char* name);
+int ZORCreateFileWithOwner(const FileSpec* spec, int flags, const char* name,
+                           const char* owner);
+// Removes a data file; answers a status (0 when removed).
+uint16_t ZORDeleteFile(const char* name);
+// Whether name is an existing data file; on success fills the time of its last committed
+// change (nanoseconds since the epoch) when changed_ns is not null.
+bool ZORDataFileExists(const char* name, int64_t* changed_ns);
+
+// Diagnostics: every handle still open, with where it was opened.
+struct OpenHandleInfo {
+  std::string fileName;
+  uint16_t fileNumber;
+  uint16_t openMode;
+  std::string srcFile;
+  int srcLine;
+};
+std::vector<OpenHandleInfo> ListOpenHandles();
+size_t OpenHandleCount();
+
+// Settings of the record manager (for hosts and tests; defaults suit interactive use).
+// How long a writer waits for another process's batch before failing with 85.
+void SetBatchWaitMilliseconds(int ms);
+// Number of calls made to the stores' backends since the process started (all stores).
+uint64_t StoreCallCount();
+
+#endif  // BASICS_PLATFORM_RECORD_MANAGER_H_
