@@ -76,7 +76,12 @@ static_assert(offsetof(AccountType, Second) == 1592, "second array at 1592");
 static_assert(offsetof(AccountType, Text20C) == 2040, "text at 2040");
 
 // Key numbers of the chart file.
-enum : int16_t { kChartKeyID = 0, kChartKeyTypeID = 1, kChartKeyRecordNumber = 3, kChartKeyGUID = 5 };
+enum : int16_t {
+  kChartKeyID = 0,
+  kChartKeyTypeID = 1,
+  kChartKeyRecordNumber = 3,
+  kChartKeyGUID = 5
+};
 
 // Account types with a role in the library.
 enum : int16_t {

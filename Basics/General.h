@@ -15,13 +15,13 @@
 
 // The program's module numbers, also the record kinds of the general file.
 enum ModuleType : int16_t {
-  MOD_AR = 1,        // receivables
-  MOD_AP = 2,        // payables
-  MOD_PR = 3,        // payroll
-  MOD_GL = 4,        // general ledger (company)
+  MOD_AR = 1,  // receivables
+  MOD_AP = 2,  // payables
+  MOD_PR = 3,  // payroll
+  MOD_GL = 4,  // general ledger (company)
   MOD_5 = 5,
   MOD_6 = 6,
-  MOD_INV = 7,       // inventory
+  MOD_INV = 7,  // inventory
   MOD_8 = 8,
   MOD_PR_CASH = 10,  // chooses the payroll default cash account
 };
@@ -57,11 +57,11 @@ struct CustomFieldDef {
 // An item-field definition (price level) of the inventory record, 59 bytes.
 struct ItemdataType {
   FixedString<15> Name;
-  uint16_t Number;    // stored level number, i + 1 for slot i
+  uint16_t Number;  // stored level number, i + 1 for slot i
   uint16_t Value17;
-  uint16_t Value19;   // price-level calculation setting (3 by default)
+  uint16_t Value19;  // price-level calculation setting (3 by default)
   uint8_t reserved21[34];
-  uint32_t Value55;   // price-level calculation setting (1 by default)
+  uint32_t Value55;  // price-level calculation setting (1 by default)
 };
 
 // Kind 4, general ledger (company).
@@ -308,11 +308,11 @@ static_assert(sizeof(Module8Record) == kGeneralRecordSize, "kind 8 size");
 
 // The derived copy of the most used general settings.
 struct CurrentType {
-  uint16_t CurrentPeriod;      // internal number
+  uint16_t CurrentPeriod;  // internal number
   uint16_t FiscalYear;
-  FromTo CurrentPeriodRange;   // calendar entry of the current period
+  FromTo CurrentPeriodRange;  // calendar entry of the current period
   uint16_t PeriodsPerYear;
-  uint8_t PeriodSets[3][6];    // set 1 bits 1..n, set 2 bits 15..14+n, set 3 bits 29..28+n
+  uint8_t PeriodSets[3][6];  // set 1 bits 1..n, set 2 bits 15..14+n, set 3 bits 29..28+n
   uint8_t Kind5Loaded;
   int32_t Kind5Values[3];
   uint8_t ARTermsLoaded;
@@ -351,8 +351,8 @@ extern const char* const csGross;
 // --- Reading and writing the records --------------------------------------------------------
 // Read modes of GetGeneralDataPtr.
 enum : uint16_t {
-  kGenReadForReading = 0,      // served from the cache when clean
-  kGenReadForUpdate = 1,       // read and lock, opening the file for the edit
+  kGenReadForReading = 0,          // served from the cache when clean
+  kGenReadForUpdate = 1,           // read and lock, opening the file for the edit
   kGenReadThroughWriteHandle = 2,  // read and lock through OpenGeneralFileForWrite's handle
 };
 

@@ -41,18 +41,18 @@ class CGeneralUtils {
  private:
   void SetupDates();
 
-  GeneralDataType* cached_record_;   // the cache's record last handed out
-  GeneralDataType record_;           // own copy taken at the last refresh
-  DatesType end_payroll_year_;       // 31 December of the fiscal year
-  DatesType begin_payroll_year_;     // 1 January of the fiscal year
-  DatesType end_first_year_;         // to date of period 14 + n
-  DatesType begin_first_year_;       // from date of period 15
-  DatesType end_second_year_;        // to date of period 28 + n
-  DatesType begin_second_year_;      // from date of period 29
-  DatesType end_history_year_;       // to date of period n
+  GeneralDataType* cached_record_;       // the cache's record last handed out
+  GeneralDataType record_;               // own copy taken at the last refresh
+  DatesType end_payroll_year_;           // 31 December of the fiscal year
+  DatesType begin_payroll_year_;         // 1 January of the fiscal year
+  DatesType end_first_year_;             // to date of period 14 + n
+  DatesType begin_first_year_;           // from date of period 15
+  DatesType end_second_year_;            // to date of period 28 + n
+  DatesType begin_second_year_;          // from date of period 29
+  DatesType end_history_year_;           // to date of period n
   DatesType end_history_calendar_year_;  // 31 December of that date's year
   DatesType today_;
-  FromTo current_period_;            // calendar entry of the current period
+  FromTo current_period_;  // calendar entry of the current period
 };
 
 #endif  // BASICS_GENERALUTILS_H_

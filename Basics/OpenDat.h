@@ -22,7 +22,7 @@ enum : uint16_t {
   kFileNoLineItem = 5,
   kFileNoEmployee = 7,
   kFileNoJrnlHdr = 10,
-  kFileNoJrnlRowAlone = 0,   // the row file opened by itself
+  kFileNoJrnlRowAlone = 0,  // the row file opened by itself
   kFileNoProject = 13,
   kFileNoTaxAuthority = 17,
   kFileNoInvTag = 22,

@@ -17,4 +17,18 @@ inline void CloseIfOpen(BtrvFile** handle, const char* unit, int line) {
   if (handle != nullptr && *handle != nullptr) RealCloseFile(handle, unit, line);
 }
 
+// The internal-handle pattern of the lookups: opens *handle read-only with open when it
+// is still closed. Answers whether the handle is open; a failed open stays silent (the
+// caller gives its not-found answer).
+inline bool EnsureLookupHandle(BtrvFile** handle, int (*open)(BtrvFile**, uint16_t)) {
+  if (*handle == nullptr && open(handle, kOpenModeReadOnly) == 0) return false;
+  return *handle != nullptr;
+}
+
+// An equal read without lock of a whole record on key; the key fields are already set.
+template <typename Record>
+bool ReadEqual(BtrvFile* file, Record* record, int16_t key) {
+  return GetFileEqual(file, kLockBiasNone, sizeof(Record), record, key) != 0;
+}
+
 #endif  // BASICS_OPENDAT_INTERNAL_H_
