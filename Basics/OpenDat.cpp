@@ -131,7 +131,20 @@ int OpenInvTagFile(BtrvFile** tag_file, BtrvFile** cost_file, uint16_t mode) {
 BtrvFile*& GetInternalInvTagFile() { return t_inv_tag_file; }
 
 int OpenInternalInvTagFile() {
-  int result = OpenInvTagFile(&GetInternalInvTagFile(), &InvLFFile, kOpenModeNormal);
+  BtrvFile*& tag_file = GetInternalInvTagFile();
+  int result;
+  if (tag_file == nullptr && InvLFFile == nullptr) {
+    result = OpenInvTagFile(&tag_file, &InvLFFile, kOpenModeNormal);
+  } else {
+    // The costing handle is shared by all threads: a second thread opens only its own
+    // tag handle, so that no open handle is ever overwritten and lost.
+    result = (tag_file != nullptr ||
+              OpenStandard(&tag_file, InvTagName, kOpenModeNormal, kFileNoInvTag) != 0) &&
+                     (InvLFFile != nullptr ||
+                      OpenStandard(&InvLFFile, InvLFName, kOpenModeNormal, kFileNoInvCost) != 0)
+                 ? 1
+                 : 0;
+  }
   if (result != 0 && PriceItemFile == nullptr) {
     return OpenLineItemFile(&PriceItemFile, kOpenModeReadOnly);
   }

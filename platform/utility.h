@@ -186,10 +186,11 @@ int FileDeleteWithLCK(const char* name);
 
 // Status of a file. For a data file, st_mtime_ns is the time of the last committed change
 // to that file (nanoseconds since the epoch), seen by every process; for other files the
-// file system's modification time.
+// file system's modification time. (st_mtime_sec is that time in whole seconds; the
+// system headers reserve the name st_mtime.)
 struct _stat {
   int64_t st_size;
-  time_t st_mtime;
+  int64_t st_mtime_sec;
   int64_t st_mtime_ns;
 };
 // 0 on success, -1 when the name is neither a data file nor an ordinary file.

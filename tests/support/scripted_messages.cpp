@@ -12,7 +12,9 @@ std::vector<int> ScriptedMessages::Numbers() const {
   return numbers;
 }
 
-HostMessage ScriptedMessages::Last() const { return shown_.empty() ? HostMessage{} : shown_.back(); }
+HostMessage ScriptedMessages::Last() const {
+  return shown_.empty() ? HostMessage{} : shown_.back();
+}
 
 int ScriptedMessages::Handle(const HostMessage& message) {
   shown_.push_back(message);

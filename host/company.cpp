@@ -1,0 +1,295 @@
+#include "company.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <system_error>
+
+#include "Basics.h"
+
+namespace host {
+namespace {
+
+constexpr const char* kHost = "host/company";
+
+struct AccountSample {
+  const char* id;
+  int16_t type;
+  const char* description;
+  bool inactive;
+};
+
+// A small trading company's chart: cash, receivables, inventory, fixed assets, payables,
+// equity, retained earnings, income, cost of sales and expenses.
+const AccountSample kAccounts[] = {
+    {"1000", 0, "Petty Cash", false},
+    {"1020", 0, "Regular Checking Account", false},
+    {"1030", 0, "Payroll Checking Account", false},
+    {"1050", 0, "Money Market Fund", true},
+    {"1100", 1, "Accounts Receivable", false},
+    {"1150", 4, "Allowance for Doubtful Accounts", false},
+    {"1200", 2, "Inventory", false},
+    {"1300", 4, "Prepaid Expenses", false},
+    {"1400", 4, "Employee Advances", false},
+    {"1500", 5, "Furniture and Fixtures", false},
+    {"1510", 5, "Equipment", false},
+    {"1520", 5, "Vehicles", false},
+    {"1550", 5, "Leasehold Improvements", true},
+    {"1700", 6, "Accum. Depreciation - Furniture", false},
+    {"1710", 6, "Accum. Depreciation - Equipment", false},
+    {"1720", 6, "Accum. Depreciation - Vehicles", false},
+    {"1900", 8, "Deposits", false},
+    {"2000", 10, "Accounts Payable", false},
+    {"2300", 12, "Accrued Expenses", false},
+    {"2310", 12, "Sales Tax Payable", false},
+    {"2320", 12, "Wages Payable", false},
+    {"2330", 12, "Federal Payroll Taxes Payable", false},
+    {"2340", 12, "State Payroll Taxes Payable", false},
+    {"2400", 12, "Customer Deposits", false},
+    {"2700", 14, "Long-Term Loan", false},
+    {"2710", 14, "Vehicle Notes Payable", true},
+    {"3000", 16, "Owner's Contribution", false},
+    {"3500", 18, "Retained Earnings", false},
+    {"3900", 19, "Owner's Draw", false},
+    {"4000", 21, "Sales", false},
+    {"4100", 21, "Service Revenue", false},
+    {"4200", 21, "Finance Charge Income", false},
+    {"4300", 21, "Other Income", false},
+    {"4900", 21, "Sales Discounts", false},
+    {"5000", 23, "Cost of Sales", false},
+    {"5100", 23, "Freight Costs", false},
+    {"6000", 24, "Advertising Expense", false},
+    {"6100", 24, "Bank Charges", false},
+    {"6200", 24, "Depreciation Expense", false},
+    {"6300", 24, "Insurance Expense", false},
+    {"6400", 24, "Office Supplies", false},
+    {"6500", 24, "Rent Expense", false},
+    {"6600", 24, "Telephone Expense", false},
+    {"6700", 24, "Utilities Expense", false},
+    {"7000", 24, "Wages Expense", false},
+    {"7100", 24, "Payroll Tax Expense", false},
+    {"7200", 24, "Travel Expense", true},
+};
+
+struct CardSample {
+  const char* id;
+  const char* name;
+};
+
+const CardSample kCustomers[] = {
+    {"ALDRED", "Aldred Hardware & Supply"},
+    {"BAYVIEW", "Bayview Community Garden Association"},  // longer than a list shows
+    {"CORNELL", "Cornell Bakery"},
+    {"DELGADO", "Delgado Landscaping"},
+    {"EASTSIDE", "Eastside Dental Group"},
+};
+const CardSample kVendors[] = {
+    {"ACME", "Acme Office Products"},
+    {"HARBOR", "Harbor Freight Lines"},
+    {"NORTHWIND", "Northwind Wholesale Distributors of Fine Goods"},
+    {"PACIFIC", "Pacific Gas & Power"},
+};
+const CardSample kEmployees[] = {
+    {"E-ADAMS", "Adams, Rachel"},
+    {"E-BROOKS", "Brooks, Daniel"},
+    {"E-CHEN", "Chen, Lily"},
+};
+
+// Inserts a record through a handle of the host's own; answers whether it was written.
+template <typename Record>
+bool Insert(int (*open)(BtrvFile**, uint16_t), Record* record, const char* what) {
+  BtrvFile* file = nullptr;
+  if (open(&file, kOpenModeNormal) == 0) {
+    std::fprintf(stderr, "basics: cannot open the %s file (status %u)\n", what,
+                 GetErrorCode(nullptr));
+    return false;
+  }
+  bool ok = InsertRecord(file, sizeof(Record), record) != 0;
+  if (!ok) {
+    std::fprintf(stderr, "basics: cannot write a %s record (status %u)\n", what,
+                 GetErrorCode(file));
+  }
+  RealCloseFile(&file, kHost, __LINE__);
+  return ok;
+}
+
+bool WriteAccounts() {
+  BtrvFile* chart = nullptr;
+  if (OpenChartFile(&chart, kOpenModeNormal) == 0) return false;
+  bool ok = bBeginBatchUpdate(chart) != 0;
+  for (const AccountSample& a : kAccounts) {
+    if (!ok) break;
+    AccountType account{};
+    account.ID = a.id;
+    account.Type = a.type;
+    account.Description = a.description;
+    account.Inactive = a.inactive ? 1 : 0;
+    AssignGUID(account.Guid);
+    ok = InsertRecord(chart, sizeof account, &account) != 0;
+  }
+  if (bEndBatchUpdate(chart) == 0) ok = false;
+  RealCloseFile(&chart, kHost, __LINE__);
+  return ok;
+}
+
+bool WriteCards() {
+  for (const CardSample& c : kCustomers) {
+    CustomerRecord record{};
+    record.ID = c.id;
+    record.Name = c.name;
+    AssignGUID(record.Guid);
+    if (!Insert(OpenCustFile, &record, "customer")) return false;
+  }
+  for (const CardSample& c : kVendors) {
+    VendorRecord record{};
+    record.ID = c.id;
+    record.Name = c.name;
+    AssignGUID(record.Guid);
+    if (!Insert(OpenVendFile, &record, "vendor")) return false;
+  }
+  for (const CardSample& c : kEmployees) {
+    EmpType record{};
+    record.ID = c.id;
+    AssignGUID(record.Guid);
+    if (!Insert(OpenEmployeeFile, &record, "employee")) return false;
+  }
+  return true;
+}
+
+// Sets twelve monthly periods: the history year is last calendar year, the open years
+// this year and next, and the current period is this month.
+bool WriteCalendar() {
+  GeneralDataType* gl = nullptr;
+  if (!GetGeneralDataPtr(nullptr, &gl, MOD_GL, kGenReadForUpdate, false)) return false;
+  const int year = TodaysDate.year;
+  gl->GL.PeriodsPerYear = 12;
+  gl->GL.FiscalYear = static_cast<uint16_t>(year);
+  std::memset(gl->GL.Calendar, 0, sizeof gl->GL.Calendar);
+  for (int block = 0; block < 3; ++block) {
+    for (int month = 1; month <= 12; ++month) {
+      FromTo& range = gl->GL.Calendar[block * 14 + month];
+      MakeDate(month, 1, year - 1 + block, range.from);
+      range.to = range.from;
+      EndOfMonth(range.to);
+    }
+  }
+  gl->GL.CurrentPeriod = static_cast<uint16_t>(14 + TodaysDate.month);
+  return WrtGeneralDataPtr(nullptr, gl, 1, 0) != 0;
+}
+
+// Points the modules' control and default cash accounts at the sample chart.
+bool WriteModuleAccounts() {
+  struct {
+    ModuleType kind;
+    const char* control;
+    const char* cash;
+  } const settings[] = {{MOD_AR, "1100", "1020"},
+                        {MOD_AP, "2000", "1020"},
+                        {MOD_PR, nullptr, "1030"},
+                        {MOD_GL, nullptr, "1020"}};
+  for (const auto& s : settings) {
+    GeneralDataType* rec = nullptr;
+    if (!GetGeneralDataPtr(nullptr, &rec, s.kind, kGenReadForUpdate, false)) return false;
+    FixedString<16> cash{};
+    cash = s.cash;
+    int32_t cash_number = GetAcctRecNumFromID(cash);
+    int32_t control_number = 0;
+    if (s.control != nullptr) {
+      FixedString<16> control{};
+      control = s.control;
+      control_number = GetAcctRecNumFromID(control);
+    }
+    switch (s.kind) {
+      case MOD_AR:
+        rec->AR.ControlAccount = control_number;
+        rec->AR.DefaultCashAccount = cash_number;
+        break;
+      case MOD_AP:
+        rec->AP.ControlAccount = control_number;
+        rec->AP.DefaultCashAccount = cash_number;
+        break;
+      case MOD_PR:
+        rec->PR.DefaultCashAccount = cash_number;
+        break;
+      default:
+        rec->GL.DefaultCashAccount = cash_number;
+        break;
+    }
+    if (!WrtGeneralDataPtr(nullptr, rec, 1, 0)) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+bool OpenCompany(const std::string& dir) {
+  std::error_code ec;
+  std::filesystem::path path = std::filesystem::absolute(dir, ec);
+  if (ec || !std::filesystem::exists(path / "records.db")) {
+    std::fprintf(stderr, "basics: %s holds no company\n", dir.c_str());
+    return false;
+  }
+  if (::chdir(path.c_str()) != 0) {
+    std::fprintf(stderr, "basics: cannot change to %s\n", dir.c_str());
+    return false;
+  }
+  g_szCompanyPath = path.c_str();
+  CurrentDirName = path.c_str();
+  CurrentShortName = path.filename().c_str();
+  g_sharedCompFile.Open(path.c_str());
+  CompanyIsOpen = 1;
+  return true;
+}
+
+int CloseCompany() {
+  CloseInternalChartFile();
+  CloseInternalCustFile();
+  CloseInternalVendFile();
+  CloseInternalEmpFile();
+  CloseInternalInvTagFile();
+  CloseInternalAuditTrailFile();
+  CloseGeneralFile();
+  DeallocGeneralRecReadPtr();
+  g_sharedCompFile.Close();
+  CompanyIsOpen = 0;
+  g_szCompanyPath = "";
+  int left = 0;
+  for (const OpenHandleInfo& h : ListOpenHandles()) {
+    std::fprintf(stderr, "basics: handle left open: %s (opened at %s:%d)\n", h.fileName.c_str(),
+                 h.srcFile.c_str(), h.srcLine);
+    ++left;
+  }
+  return left;
+}
+
+bool CreateCompany(const std::string& dir) {
+  std::error_code ec;
+  std::filesystem::create_directories(dir, ec);
+  if (ec) {
+    std::fprintf(stderr, "basics: cannot make %s: %s\n", dir.c_str(), ec.message().c_str());
+    return false;
+  }
+  if (std::filesystem::exists(std::filesystem::path(dir) / "records.db")) {
+    std::fprintf(stderr, "basics: %s already holds a company\n", dir.c_str());
+    return false;
+  }
+  if (CreateNewCompany(dir.c_str()) == 0) {
+    std::fprintf(stderr, "basics: cannot create the data files in %s (status %u)\n", dir.c_str(),
+                 GetErrorCode(nullptr));
+    return false;
+  }
+  if (!OpenCompany(dir)) return false;
+  CurVersion = "1.0.0";
+  bool ok = InitGeneralFile() != 0;
+  if (!ok) std::fprintf(stderr, "basics: cannot write the general file's defaults\n");
+  CloseCompany();
+  return ok;
+}
+
+bool WriteSampleCompany() {
+  return WriteCalendar() && WriteAccounts() && WriteModuleAccounts() && WriteCards();
+}
+
+}  // namespace host
