@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Golden tests of the host program. Each case is a directory under tests/golden/cases with
 #   cmd       the arguments to give the program; the word DIR stands for a fresh company
-#             directory, made by "basics demo DIR" first when the case has a file setup=demo
+#             directory
+#   setup     (optional) a command run on DIR first, "new" or "demo"
 #   expected  the exact standard output
 # Dates print from a fixed today (the host's --today option) so the output is stable.
 set -u
@@ -12,8 +13,9 @@ shopt -s nullglob
 for case_dir in "$root"/cases/*/; do
   name=$(basename "$case_dir")
   work=$(mktemp -d)
-  if [ -f "$case_dir/setup" ] && [ "$(cat "$case_dir/setup")" = demo ]; then
-    "$bin" --today 2026-11-22 demo "$work/co" >/dev/null || { echo "FAIL $name: setup"; status=1; rm -rf "$work"; continue; }
+  if [ -f "$case_dir/setup" ]; then
+    "$bin" --today 2026-11-22 "$(cat "$case_dir/setup")" "$work/co" >/dev/null ||
+      { echo "FAIL $name: setup"; status=1; rm -rf "$work"; continue; }
   fi
   args=$(sed "s#DIR#$work/co#g" "$case_dir/cmd")
   # shellcheck disable=SC2086
