@@ -150,15 +150,21 @@ double GetAcntYTDAmt(AccountType* account, int period, int width, char* text);
 double GetAcntYTDBudget(AccountType* account, int period, int width, char* text);
 
 // --- Special accounts --------------------------------------------------------------------
+// The first account of its type in ID order (retained earnings 18; payable 10 or
+// receivable 1); id is cleared when there is none.
 bool GetRetEarnAcntID(FixedString<16>& id);
 bool GetFirstAPARAcnt(FixedString<16>& id, uint8_t payable);
 // -1 when the file cannot be opened; else 0, 1 or 2 (two or more) cash accounts, with
 // the last cash account in ID order in id.
 int GetCountCashAcnt(FixedString<16>& id);
+// The module's default cash account from its settings record (10 reads payroll's), else
+// the first cash account; false with id cleared when there is no cash account at all.
 bool GetDefaultCashAcnt(ModuleType module, FixedString<16>& id);
 // A record number of 0 becomes module 1's default cash account; message 1913 and false
 // when there is none.
 bool GetCashAccountForBankRec(int32_t& record_number);
+// The first cash account in ID order (active ones only with skip_inactive) through a
+// handle of its own; false with id cleared when there is none.
 bool GetFirstCashAccountForRegister(FixedString<16>& id, int skip_inactive);
 // 1 found, 0 nothing found, -1 file cannot be opened; closes the chart handles at the end.
 int GetLastDepositIdForAcnt(FixedString<16>& id, FixedString<31>& description,

@@ -13,25 +13,26 @@
 // Status codes (GetErrorCode answers the handle's last one; 0 after success).
 enum : uint16_t {
   kStatusOk = 0,
-  kStatusIoError = 2,          // I/O error or damaged store
-  kStatusNotOpen = 3,          // file not open
-  kStatusKeyNotFound = 4,      // key value not found
-  kStatusDuplicateKey = 5,     // duplicate key value on a unique key
-  kStatusInvalidKeyNumber = 6, // the file has no such key
-  kStatusNoCurrency = 8,       // no current record for Next, Previous, Update or Delete
-  kStatusEndOfFile = 9,        // no further record in that direction
+  kStatusIoError = 2,           // I/O error or damaged store
+  kStatusNotOpen = 3,           // file not open
+  kStatusKeyNotFound = 4,       // key value not found
+  kStatusDuplicateKey = 5,      // duplicate key value on a unique key
+  kStatusInvalidKeyNumber = 6,  // the file has no such key
+  kStatusNoCurrency = 8,        // no current record for Next, Previous, Update or Delete
+  kStatusEndOfFile = 9,         // no further record in that direction
   kStatusKeyNotModifiable = 10,
   kStatusFileNotFound = 12,
   kStatusDiskFull = 18,
-  kStatusBadLength = 22,       // data buffer length does not match the record length
-  kStatusBadFileSpec = 25,     // a creation description that cannot be made into a file
-  kStatusBadPosition = 43,     // invalid physical position
-  kStatusReadOnly = 46,        // write on a read-only open
-  kStatusBadOwner = 51,        // wrong or missing owner name
+  kStatusBadLength = 22,    // data buffer length does not match the record length
+  kStatusBadFileSpec = 25,  // a creation description that cannot be made into a file
+  kStatusNoBatch = 39,      // a batch ended or abandoned where none was begun
+  kStatusBadPosition = 43,  // invalid physical position
+  kStatusReadOnly = 46,     // write on a read-only open
+  kStatusBadOwner = 51,     // wrong or missing owner name
   kStatusFileExists = 59,
-  kStatusConflict = 80,        // changed through another handle since this one read it
-  kStatusRecordInUse = 84,     // record locked by another handle
-  kStatusFileInUse = 85,       // file in use (exclusive open, or another writer's batch)
+  kStatusConflict = 80,     // changed through another handle since this one read it
+  kStatusRecordInUse = 84,  // record locked by another handle
+  kStatusFileInUse = 85,    // file in use (exclusive open, or another writer's batch)
 };
 
 // Lock biases, added to a read.
@@ -51,8 +52,8 @@ constexpr uint16_t kNoKeyCurrency = 65535;
 enum : uint16_t {
   kKeyDuplicates = 0x0001,
   kKeyModifiable = 0x0002,
-  kKeyBinary = 0x0004,        // unsigned binary, little-endian, without an extended type
-  kKeySegmented = 0x0010,     // another segment of the same key follows
+  kKeyBinary = 0x0004,     // unsigned binary, little-endian, without an extended type
+  kKeySegmented = 0x0010,  // another segment of the same key follows
   kKeyDescending = 0x0040,
   kKeyExtendedType = 0x0100,  // the segment's extendedType is meaningful
   kKeyManualNumber = 0x0200,  // first segment only: keyNumber gives the key's number
@@ -62,20 +63,20 @@ enum : uint16_t {
 // Extended key types.
 enum : uint8_t {
   kExtString = 0,
-  kExtInteger = 1,        // signed, little-endian, 1, 2, 4 or 8 bytes
-  kExtFloat = 2,          // IEEE, 4 or 8 bytes
-  kExtDate = 3,           // DatesType: ordered by year, month, day
-  kExtZString = 11,       // zero-terminated string: bytes after the terminator ignored
+  kExtInteger = 1,   // signed, little-endian, 1, 2, 4 or 8 bytes
+  kExtFloat = 2,     // IEEE, 4 or 8 bytes
+  kExtDate = 3,      // DatesType: ordered by year, month, day
+  kExtZString = 11,  // zero-terminated string: bytes after the terminator ignored
   kExtUnsignedBinary = 14,
-  kExtAutoIncrement = 15, // signed; an insert with 0 gets the highest value + 1
+  kExtAutoIncrement = 15,  // signed; an insert with 0 gets the highest value + 1
 };
 
 struct KeySegmentSpec {
-  uint16_t position;     // 1-based offset in the record
+  uint16_t position;  // 1-based offset in the record
   uint16_t length;
   uint16_t flags;
   uint8_t extendedType;
-  uint8_t keyNumber;     // with kKeyManualNumber on a key's first segment
+  uint8_t keyNumber;  // with kKeyManualNumber on a key's first segment
 };
 
 constexpr int kMaxKeySegments = 119;
@@ -143,7 +144,8 @@ uint8_t InsertRecord(BtrvFile* f, uint32_t len, void* buf);
 uint8_t InsertRecordByKey(BtrvFile* f, uint32_t len, void* buf, uint16_t key);
 // Rewrites the current record; key -1 keeps no key position.
 uint8_t UpdateFile(BtrvFile* f, uint32_t len, void* buf, int16_t key);
-// Removes the current record.
+// Removes the current record (buf and len are not used). The second form also fills info,
+// when not null, with the removed record's position and the handle's file number.
 uint8_t DeleteRecord(BtrvFile* f, uint32_t len, void* buf);
 uint8_t DeleteRecord(BtrvFile* f, uint32_t len, void* buf, AMCallbackRecordInfo* info);
 
@@ -158,9 +160,14 @@ uint8_t UnlockOneRecord(BtrvFile* f);
 // success.
 int bBeginBatchUpdate(BtrvFile* f);
 int bEndBatchUpdate(BtrvFile* f);
+// Abandons the batch open on the file's store: every write made in it since the first
+// begin is undone and every level of it ends (the ends still to come answer 0 with 39).
+// Closing the last handle of a store abandons its batch the same way. Answers 1, or 0
+// with 39 when no batch is open.
+int bAbortBatchUpdate(BtrvFile* f);
 
 // The handle's last status; for a null handle, the status of this thread's last failed
-// open (3 when none).
+// open or creation (3 when none).
 uint16_t GetErrorCode(BtrvFile* f);
 
 // Opens name (absolute or relative to the current directory; '\' and '/' both
@@ -175,9 +182,9 @@ int RealCloseFile(BtrvFile** f, const char* src_file, int src_line);
 // Creates an empty file from a description (answers 1, or 0 with the status readable by
 // GetErrorCode(nullptr)). ZORCreateFileWithOwner also sets the file's owner name.
 int ZORCreateFile(const FileSpec* spec, int flags, const char* name);
-int ZORCreateFileWithOwner(const FileSpec* spec, int flags, const char* name,
-                           const char* owner);
-// Removes a data file; answers a status (0 when removed).
+int ZORCreateFileWithOwner(const FileSpec* spec, int flags, const char* name, const char* owner);
+// Removes a data file; answers a status (0 when removed, 12 when there is none, 85 while
+// any handle in any process has it open).
 uint16_t ZORDeleteFile(const char* name);
 // Whether name is an existing data file; on success fills the time of its last committed
 // change (nanoseconds since the epoch) when changed_ns is not null.

@@ -231,7 +231,7 @@ TEST_F(FileCreationTest, MasterRecordsGetTheNextRecordNumber) {
     c.ID = std::string("C" + std::to_string(i)).c_str();
     AssignGUID(c.Guid);
     ASSERT_NE(InsertRecord(file, sizeof c, &c), 0);
-    EXPECT_EQ(c.RecordNumber, i + 1);  // written back into the caller's buffer
+    EXPECT_EQ(+c.RecordNumber, i + 1);  // written back into the caller's buffer
   }
   RealCloseFile(&file, __FILE__, __LINE__);
 }

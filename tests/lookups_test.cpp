@@ -107,11 +107,11 @@ TEST_F(LookupsTest, CustomersTranslateBothWays) {
 
   CustomerRecord record;
   EXPECT_TRUE(GetCustomerInfo(Fixed<21>("ALDRED"), &record));
-  EXPECT_EQ(record.RecordNumber, 1);
+  EXPECT_EQ(+record.RecordNumber, 1);
   EXPECT_TRUE(GetCustomerInfo(2, &record));
   EXPECT_STREQ(record.ID, "BAYVIEW");
   EXPECT_FALSE(GetCustomerInfo(0, &record));
-  EXPECT_EQ(record.RecordNumber, 0);
+  EXPECT_EQ(+record.RecordNumber, 0);
 }
 
 TEST_F(LookupsTest, EmptyKeysNeverReachTheFile) {
@@ -170,7 +170,7 @@ TEST_F(LookupsTest, VendorsTranslateBothWays) {
   EXPECT_STREQ(name, "NOSUCH");
   VendorRecord record;
   EXPECT_TRUE(GetVendorInfo(Fixed<21>("ACME"), &record));
-  EXPECT_EQ(record.RecordNumber, 1);
+  EXPECT_EQ(+record.RecordNumber, 1);
 }
 
 TEST_F(LookupsTest, EmployeesTranslateBothWays) {

@@ -1,0 +1,541 @@
+// The record manager's operations on open handles: keyed and positioned reads with
+// currency and record locks, inserts, updates and deletes, batches, and statuses.
+#include "record_manager.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+#include "rm_store_internal.h"
+#include "utility.h"
+
+using rm::LockFile;
+using rm::LockResult;
+using rm::RowOut;
+using rm::SeekOp;
+using rm::Status;
+using State = BtrvFile::State;
+
+namespace {
+
+enum class ReadOp { kEqual, kGE, kGreater, kLess, kLE, kLowest, kHighest, kNext, kPrevious };
+
+SeekOp SeekOf(ReadOp op) {
+  switch (op) {
+    case ReadOp::kEqual:
+      return SeekOp::kEqual;
+    case ReadOp::kGE:
+      return SeekOp::kGreaterOrEqual;
+    case ReadOp::kGreater:
+      return SeekOp::kGreater;
+    case ReadOp::kLess:
+      return SeekOp::kLess;
+    case ReadOp::kLE:
+      return SeekOp::kLessOrEqual;
+    case ReadOp::kLowest:
+      return SeekOp::kFirst;
+    case ReadOp::kHighest:
+      return SeekOp::kLast;
+    case ReadOp::kNext:
+      return SeekOp::kAfter;
+    case ReadOp::kPrevious:
+      return SeekOp::kBefore;
+  }
+  return SeekOp::kEqual;
+}
+
+bool TakesKeyValue(ReadOp op) {
+  return op == ReadOp::kEqual || op == ReadOp::kGE || op == ReadOp::kGreater ||
+         op == ReadOp::kLess || op == ReadOp::kLE;
+}
+
+// A lock bias: 0 plain, 50 key only, 200 with a single no-wait record lock. The other
+// lock biases of the family (100, 300, 400) lock the same way here.
+struct Bias {
+  bool locked;
+  bool key_only;
+};
+Bias ParseBias(uint16_t lock) { return Bias{lock >= 100, lock % 100 == 50}; }
+
+// A handle made by this process (a child of a fork must open its own).
+State* Usable(BtrvFile* f) {
+  if (f == nullptr || f->state() == nullptr) return nullptr;
+  State* s = f->state();
+  if (s->pid != rm::ThisProcess()) {
+    s->status = kStatusNotOpen;
+    return nullptr;
+  }
+  return s;
+}
+
+// Runs op, and again while the user answers Retry to the record-in-use / file-in-use
+// prompt (unless NoLockMessageOnNextCall suppressed it for this call). The prompt is
+// shown with no store locked, so that the host may do anything while it is up.
+template <typename Op>
+Status RunWithPrompt(State* s, Op op) {
+  const bool suppressed = s->no_lock_message;
+  s->no_lock_message = false;
+  Status st;
+  for (;;) {
+    st = op();
+    if ((st != kStatusRecordInUse && st != kStatusFileInUse) || suppressed) break;
+    if (MessageWithString(MB_RETRYCANCEL | MB_ICONEXCLAMATION, 20000 + st, s->name.c_str()) !=
+        IDRETRY) {
+      break;
+    }
+  }
+  s->status = st;
+  return st;
+}
+
+int64_t FileId(const State* s) { return s->file->entry.id; }
+
+// Takes the single-record lock on pos for a locked read, dropping the handle's previous
+// one. Answers 0, 84 when another handle holds it, 2 when the lock file fails.
+Status LockForRead(State* s, int32_t pos) {
+  if (s->locked_pos == pos) return kStatusOk;
+  switch (s->locks->TryExclusive(LockFile::RecordByte(FileId(s), pos))) {
+    case LockResult::kGranted:
+      break;
+    case LockResult::kConflict:
+      return kStatusRecordInUse;
+    case LockResult::kError:
+      return kStatusIoError;
+  }
+  if (s->locked_pos != 0) s->locks->Unlock(LockFile::RecordByte(FileId(s), s->locked_pos));
+  s->locked_pos = pos;
+  return kStatusOk;
+}
+
+void DropLock(State* s) {
+  if (s->locked_pos != 0) s->locks->Unlock(LockFile::RecordByte(FileId(s), s->locked_pos));
+  s->locked_pos = 0;
+}
+
+// Before an update or delete of the current record: the handle's own lock will do;
+// otherwise it must be free of every other handle's lock, and is held for the write.
+Status LockForWrite(State* s, bool* temporary) {
+  *temporary = false;
+  if (s->locked_pos == s->pos) return kStatusOk;
+  switch (s->locks->TryExclusive(LockFile::RecordByte(FileId(s), s->pos))) {
+    case LockResult::kGranted:
+      *temporary = true;
+      return kStatusOk;
+    case LockResult::kConflict:
+      return kStatusRecordInUse;
+    case LockResult::kError:
+      return kStatusIoError;
+  }
+  return kStatusIoError;
+}
+
+void SetPath(State* s, int slot, const uint8_t* key_bytes) {
+  s->path_slot = slot;
+  if (slot >= 0) {
+    std::memcpy(s->path_key.data(), key_bytes, s->file->keys.key(slot).length);
+  }
+}
+
+// Reads one record (op, or the record at position when direct), with currency and locks.
+Status DoRead(State* s, bool direct, ReadOp op, uint16_t lock, uint32_t len, uint8_t* buf,
+              int16_t key, int32_t position) {
+  const rm::KeySet& keys = s->file->keys;
+  const Bias bias = ParseBias(lock);
+  int slot = -1;
+  if (!direct || key != -1) {
+    slot = keys.SlotOf(key);
+    if (slot < 0) return kStatusInvalidKeyNumber;
+  }
+  if (bias.key_only && slot < 0) return kStatusInvalidKeyNumber;
+  const uint32_t want = bias.key_only ? keys.key(slot).length : uint32_t{keys.record_length()};
+  if (len != want || buf == nullptr) return kStatusBadLength;
+  if (direct && position <= 0) return kStatusBadPosition;
+
+  rm::Store& store = *s->store;
+  std::lock_guard<std::mutex> guard(store.mu);
+  const uint8_t* search = nullptr;
+  if (TakesKeyValue(op) && !direct) {
+    if (bias.key_only) {
+      keys.EncodeFromValue(slot, buf, s->search_key.data());
+    } else {
+      keys.EncodeFromRecord(slot, buf, s->search_key.data());
+    }
+    search = s->search_key.data();
+  } else if (op == ReadOp::kNext || op == ReadOp::kPrevious) {
+    if (s->pos == 0) return kStatusNoCurrency;
+    if (slot != s->path_slot) {
+      // Changing key path: find where the current record stands on the new key.
+      if (s->deleted) return kStatusNoCurrency;
+      RowOut here;
+      here.key = s->path_key.data();
+      Status st = store.Call().ReadAt(s->file->table, s->pos, slot, &here);
+      if (st != kStatusOk) return st == kStatusBadPosition ? Status{kStatusNoCurrency} : st;
+      s->path_slot = slot;
+    }
+    search = s->path_key.data();
+  }
+
+  // Plain reads go straight into the caller's buffer; the others go through the
+  // handle's scratch so that a refused lock or a key-only read leaves buf alone.
+  const bool need_record = !bias.key_only || !keys.key(slot).exact_decode;
+  RowOut row;
+  row.key = slot >= 0 ? s->next_key.data() : nullptr;
+  row.data = !need_record ? nullptr : (bias.key_only || bias.locked ? s->record.data() : buf);
+  Status st;
+  if (direct) {
+    st = store.Call().ReadAt(s->file->table, position, slot, &row);
+  } else {
+    const bool stepping = op == ReadOp::kNext || op == ReadOp::kPrevious;
+    st = store.Call().Seek(s->file->table, slot, SeekOf(op), search, s->pos, stepping ? s->id : 0,
+                           &row);
+  }
+  if (st != kStatusOk) return st;
+
+  if (bias.locked && s->locks->writable() && row.pos != s->locked_pos) {
+    st = LockForRead(s, row.pos);
+    if (st != kStatusOk) return st;
+    // Another handle may have changed the record between the read and the lock: read
+    // it again now that nobody else can.
+    st = store.Call().ReadAt(s->file->table, row.pos, slot, &row);
+    if (st != kStatusOk) {
+      DropLock(s);
+      return direct ? kStatusBadPosition : kStatusKeyNotFound;
+    }
+  }
+
+  s->pos = row.pos;
+  s->version = row.version;
+  s->deleted = false;
+  if (slot >= 0) {
+    s->path_slot = slot;
+    std::swap(s->path_key, s->next_key);
+  } else {
+    s->path_slot = -1;
+  }
+  if (bias.key_only) {
+    if (!keys.Decode(slot, s->path_key.data(), buf))
+      keys.ExtractFields(slot, s->record.data(), buf);
+  } else if (row.data != buf) {
+    std::memcpy(buf, row.data, keys.record_length());
+  }
+  return kStatusOk;
+}
+
+uint8_t Read(BtrvFile* f, ReadOp op, uint16_t lock, uint32_t len, void* buf, int16_t key) {
+  State* s = Usable(f);
+  if (s == nullptr) return 0;
+  Status st = RunWithPrompt(
+      s, [&] { return DoRead(s, false, op, lock, len, static_cast<uint8_t*>(buf), key, 0); });
+  return st == kStatusOk;
+}
+
+// Fills auto-increment fields that are 0 with the highest value in the file + 1.
+Status AssignAutoIncrements(State* s, uint8_t* record) {
+  const rm::KeySet& keys = s->file->keys;
+  for (int slot : keys.auto_increment_slots()) {
+    const rm::Segment& seg = keys.key(slot).segments.front();
+    if (rm::ReadSignedLE(record + seg.offset, seg.length) != 0) continue;
+    RowOut top;
+    top.key = s->next_key.data();
+    Status st = s->store->Call().Seek(
+        s->file->table, slot, seg.descending ? SeekOp::kFirst : SeekOp::kLast, nullptr, 0, 0, &top);
+    int64_t highest = 0;
+    if (st == kStatusOk) {
+      highest = keys.LeadingInteger(slot, s->next_key.data());
+    } else if (st != kStatusEndOfFile) {
+      return st;
+    }
+    rm::WriteSignedLE(record + seg.offset, seg.length, std::max<int64_t>(highest, 0) + 1);
+  }
+  return kStatusOk;
+}
+
+Status DoInsert(State* s, uint32_t len, uint8_t* buf, bool by_key, uint16_t key) {
+  const rm::KeySet& keys = s->file->keys;
+  if (s->mode == kOpenModeReadOnly) return kStatusReadOnly;
+  if (len != keys.record_length() || buf == nullptr) return kStatusBadLength;
+  int slot = s->path_slot;
+  if (by_key) {
+    slot = key == kNoKeyCurrency ? -1 : keys.SlotOf(key);
+    if (slot < 0 && key != kNoKeyCurrency) return kStatusInvalidKeyNumber;
+  }
+  rm::Store& store = *s->store;
+  std::lock_guard<std::mutex> guard(store.mu);
+  rm::WriteScope scope(&store, FileId(s));
+  Status st = scope.Begin();
+  if (st != kStatusOk) return st;
+  uint8_t* record = s->record.data();
+  std::memcpy(record, buf, len);
+  st = AssignAutoIncrements(s, record);
+  int32_t pos = 0;
+  if (st == kStatusOk) {
+    keys.EncodeAll(record, s->keys.data());
+    st = store.Call().Insert(s->file->table, record, s->keys.data(), &pos);
+  }
+  st = scope.End(st);
+  if (st != kStatusOk) return st;
+  std::memcpy(buf, record, len);  // the auto-increment values
+  s->pos = pos;
+  s->version = 1;
+  s->deleted = false;
+  SetPath(s, slot, slot >= 0 ? s->keys.data() + keys.key_offset(slot) : nullptr);
+  return kStatusOk;
+}
+
+Status DoUpdate(State* s, uint32_t len, const uint8_t* buf, int16_t key) {
+  const rm::KeySet& keys = s->file->keys;
+  if (s->mode == kOpenModeReadOnly) return kStatusReadOnly;
+  if (len != keys.record_length() || buf == nullptr) return kStatusBadLength;
+  int slot = -1;
+  if (key != -1) {
+    slot = keys.SlotOf(key);
+    if (slot < 0) return kStatusInvalidKeyNumber;
+  }
+  if (s->pos == 0 || s->deleted) return kStatusNoCurrency;
+  rm::Store& store = *s->store;
+  std::lock_guard<std::mutex> guard(store.mu);
+  bool temporary = false;
+  Status st = LockForWrite(s, &temporary);
+  if (st != kStatusOk) return st;
+  rm::WriteScope scope(&store, FileId(s));
+  st = scope.Begin();
+  int64_t version = 0;
+  if (st == kStatusOk) {
+    keys.EncodeAll(buf, s->keys.data());
+    st = store.Call().Update(s->file->table, s->pos, s->version, buf, s->keys.data(), &version);
+    st = scope.End(st);
+  }
+  if (temporary) s->locks->Unlock(LockFile::RecordByte(FileId(s), s->pos));
+  if (st != kStatusOk) return st;
+  if (s->locked_pos == s->pos) DropLock(s);
+  s->version = version;
+  SetPath(s, slot, slot >= 0 ? s->keys.data() + keys.key_offset(slot) : nullptr);
+  return kStatusOk;
+}
+
+Status DoDelete(State* s, AMCallbackRecordInfo* info) {
+  if (s->mode == kOpenModeReadOnly) return kStatusReadOnly;
+  if (s->pos == 0 || s->deleted) return kStatusNoCurrency;
+  rm::Store& store = *s->store;
+  std::lock_guard<std::mutex> guard(store.mu);
+  bool temporary = false;
+  Status st = LockForWrite(s, &temporary);
+  if (st != kStatusOk) return st;
+  rm::WriteScope scope(&store, FileId(s));
+  st = scope.Begin();
+  if (st == kStatusOk) {
+    st = store.Call().Delete(s->file->table, s->pos, s->version);
+    st = scope.End(st);
+  }
+  if (temporary) s->locks->Unlock(LockFile::RecordByte(FileId(s), s->pos));
+  if (st != kStatusOk) return st;
+  if (s->locked_pos == s->pos) DropLock(s);
+  // The place stays for Next and Previous; the record is no longer current.
+  s->deleted = true;
+  if (info != nullptr) {
+    info->recordNumber = s->pos;
+    info->fileNumber = s->file_number;
+  }
+  return kStatusOk;
+}
+
+Status DoStep(State* s, uint32_t len, uint8_t* buf) {
+  const rm::KeySet& keys = s->file->keys;
+  if (len != keys.record_length() || buf == nullptr) return kStatusBadLength;
+  rm::Store& store = *s->store;
+  std::lock_guard<std::mutex> guard(store.mu);
+  RowOut row;
+  row.data = buf;
+  Status st = store.Call().Step(s->file->table, s->pos, true, &row);
+  if (st != kStatusOk) return st;
+  s->pos = row.pos;
+  s->version = row.version;
+  s->deleted = false;
+  if (s->path_slot >= 0) keys.EncodeFromRecord(s->path_slot, buf, s->path_key.data());
+  return kStatusOk;
+}
+
+}  // namespace
+
+void BtrvFile::NoLockMessageOnNextCall(bool flag) {
+  if (state_ != nullptr) state_->no_lock_message = flag;
+}
+
+uint8_t GetFileEqual(BtrvFile* f, uint16_t lock, uint32_t len, void* buf, int16_t key) {
+  return Read(f, ReadOp::kEqual, lock, len, buf, key);
+}
+uint8_t GetFileGE(BtrvFile* f, uint16_t lock, uint32_t len, void* buf, int16_t key) {
+  return Read(f, ReadOp::kGE, lock, len, buf, key);
+}
+uint8_t GetFileGreater(BtrvFile* f, uint16_t lock, uint32_t len, void* buf, int16_t key) {
+  return Read(f, ReadOp::kGreater, lock, len, buf, key);
+}
+uint8_t GetFileLess(BtrvFile* f, uint16_t lock, uint32_t len, void* buf, int16_t key) {
+  return Read(f, ReadOp::kLess, lock, len, buf, key);
+}
+uint8_t GetFileLE(BtrvFile* f, uint16_t lock, uint32_t len, void* buf, int16_t key) {
+  return Read(f, ReadOp::kLE, lock, len, buf, key);
+}
+uint8_t GetFileLowest(BtrvFile* f, uint16_t lock, uint32_t len, void* buf, int16_t key) {
+  return Read(f, ReadOp::kLowest, lock, len, buf, key);
+}
+uint8_t GetFileHighest(BtrvFile* f, uint16_t lock, uint32_t len, void* buf, int16_t key) {
+  return Read(f, ReadOp::kHighest, lock, len, buf, key);
+}
+uint8_t GetFileNext(BtrvFile* f, uint16_t lock, uint32_t len, void* buf, int16_t key) {
+  return Read(f, ReadOp::kNext, lock, len, buf, key);
+}
+uint8_t GetFilePrevious(BtrvFile* f, uint16_t lock, uint32_t len, void* buf, int16_t key) {
+  return Read(f, ReadOp::kPrevious, lock, len, buf, key);
+}
+
+uint8_t GetFileDirect(BtrvFile* f, uint16_t lock, uint32_t len, void* buf, int16_t key,
+                      int32_t position) {
+  State* s = Usable(f);
+  if (s == nullptr) return 0;
+  Status st = RunWithPrompt(s, [&] {
+    return DoRead(s, true, ReadOp::kEqual, lock, len, static_cast<uint8_t*>(buf), key, position);
+  });
+  return st == kStatusOk;
+}
+
+uint8_t StepDirect(BtrvFile* f, uint32_t len, void* buf) {
+  State* s = Usable(f);
+  if (s == nullptr) return 0;
+  Status st = RunWithPrompt(s, [&] { return DoStep(s, len, static_cast<uint8_t*>(buf)); });
+  return st == kStatusOk;
+}
+
+uint8_t InsertRecord(BtrvFile* f, uint32_t len, void* buf) {
+  State* s = Usable(f);
+  if (s == nullptr) return 0;
+  Status st =
+      RunWithPrompt(s, [&] { return DoInsert(s, len, static_cast<uint8_t*>(buf), false, 0); });
+  return st == kStatusOk;
+}
+
+uint8_t InsertRecordByKey(BtrvFile* f, uint32_t len, void* buf, uint16_t key) {
+  State* s = Usable(f);
+  if (s == nullptr) return 0;
+  Status st =
+      RunWithPrompt(s, [&] { return DoInsert(s, len, static_cast<uint8_t*>(buf), true, key); });
+  return st == kStatusOk;
+}
+
+uint8_t UpdateFile(BtrvFile* f, uint32_t len, void* buf, int16_t key) {
+  State* s = Usable(f);
+  if (s == nullptr) return 0;
+  Status st =
+      RunWithPrompt(s, [&] { return DoUpdate(s, len, static_cast<const uint8_t*>(buf), key); });
+  return st == kStatusOk;
+}
+
+uint8_t DeleteRecord(BtrvFile* f, uint32_t len, void* buf) {
+  return DeleteRecord(f, len, buf, nullptr);
+}
+
+uint8_t DeleteRecord(BtrvFile* f, uint32_t /*len*/, void* /*buf*/, AMCallbackRecordInfo* info) {
+  State* s = Usable(f);
+  if (s == nullptr) return 0;
+  Status st = RunWithPrompt(s, [&] { return DoDelete(s, info); });
+  return st == kStatusOk;
+}
+
+int32_t PhysicalPosition(BtrvFile* f) {
+  State* s = Usable(f);
+  if (s == nullptr) return 0;
+  if (s->pos == 0 || s->deleted) {
+    s->status = kStatusNoCurrency;
+    return 0;
+  }
+  s->status = kStatusOk;
+  return s->pos;
+}
+
+int32_t NumRecsInFile(BtrvFile* f) {
+  State* s = Usable(f);
+  if (s == nullptr) return -1;
+  int64_t count = 0;
+  {
+    std::lock_guard<std::mutex> guard(s->store->mu);
+    s->status = s->store->Call().Count(s->file->table, &count);
+  }
+  if (s->status != kStatusOk) return -1;
+  return static_cast<int32_t>(std::min<int64_t>(count, INT32_MAX));
+}
+
+uint8_t UnlockOneRecord(BtrvFile* f) {
+  State* s = Usable(f);
+  if (s == nullptr) return 0;
+  DropLock(s);
+  s->status = kStatusOk;
+  return 1;
+}
+
+int bBeginBatchUpdate(BtrvFile* f) {
+  State* s = Usable(f);
+  if (s == nullptr) return 0;
+  Status st = RunWithPrompt(s, [&]() -> Status {
+    rm::Store& store = *s->store;
+    std::lock_guard<std::mutex> guard(store.mu);
+    if (store.batch_depth == 0) {
+      Status begun = store.Call().Begin();
+      if (begun != kStatusOk) {
+        if (store.Call().InTransaction()) store.Call().Rollback();
+        return begun;
+      }
+      store.touched.clear();
+      store.batch_failure = kStatusOk;
+    }
+    ++store.batch_depth;
+    return kStatusOk;
+  });
+  return st == kStatusOk;
+}
+
+int bEndBatchUpdate(BtrvFile* f) {
+  State* s = Usable(f);
+  if (s == nullptr) return 0;
+  rm::Store& store = *s->store;
+  std::lock_guard<std::mutex> guard(store.mu);
+  if (store.batch_depth == 0) {
+    s->status = kStatusNoBatch;
+    return 0;
+  }
+  if (--store.batch_depth > 0) {
+    s->status = store.batch_failure;
+    return s->status == kStatusOk;
+  }
+  // The last end: the change times of the files written, then the commit, so that the
+  // batch's records and the times other processes go by appear together.
+  Status st = store.batch_failure;
+  const int64_t now = rm::WallClockNs();
+  for (size_t i = 0; st == kStatusOk && i < store.touched.size(); ++i) {
+    st = store.Call().TouchFile(store.touched[i], now);
+  }
+  if (st == kStatusOk) st = store.Call().Commit();
+  if (st != kStatusOk) store.Call().Rollback();
+  store.touched.clear();
+  store.batch_failure = kStatusOk;
+  s->status = st;
+  return st == kStatusOk;
+}
+
+int bAbortBatchUpdate(BtrvFile* f) {
+  State* s = Usable(f);
+  if (s == nullptr) return 0;
+  rm::Store& store = *s->store;
+  std::lock_guard<std::mutex> guard(store.mu);
+  if (store.batch_depth == 0) {
+    s->status = kStatusNoBatch;
+    return 0;
+  }
+  store.Call().Rollback();
+  store.batch_depth = 0;
+  store.batch_failure = kStatusOk;
+  store.touched.clear();
+  s->status = kStatusOk;
+  return 1;
+}

@@ -1,0 +1,51 @@
+// Cross-process locks: records.lck beside each store, one descriptor per handle, and
+// open-file-description byte-range locks on it (a byte per record, an "open" byte per
+// file) that conflict between handles and processes alike and die with the process.
+// Builds on fcntl(F_OFD_SETLK). A LockFile belongs to one handle; not thread-safe.
+#ifndef BASICS_PLATFORM_RM_LOCKS_H_
+#define BASICS_PLATFORM_RM_LOCKS_H_
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "rm_backend.h"
+
+namespace rm {
+
+constexpr const char* kLockFileName = "records.lck";
+
+enum class LockResult { kGranted, kConflict, kError };
+
+class LockFile {
+ public:
+  // Opens directory's lock file, making it when missing. A lock file that cannot be
+  // written (a read-only directory) is opened for reading when read_only is set: shared
+  // locks still work, record locks are then skipped. Answers 0, or 2 with out null.
+  static Status Open(const std::string& directory, bool read_only, std::unique_ptr<LockFile>* out);
+  ~LockFile();
+  LockFile(const LockFile&) = delete;
+  LockFile& operator=(const LockFile&) = delete;
+
+  // Byte of a file's open marker and of one of its records. File ids are below 2^31 and
+  // positions are positive 32-bit numbers, so the bytes of two files never meet.
+  static int64_t OpenByte(int64_t file_id) { return file_id << 32; }
+  static int64_t RecordByte(int64_t file_id, int32_t pos) { return (file_id << 32) | pos; }
+
+  // No-wait locks on one byte; taking a lock this descriptor holds already is granted.
+  LockResult TryShared(int64_t byte);
+  LockResult TryExclusive(int64_t byte);
+  void Unlock(int64_t byte);
+  bool writable() const { return writable_; }
+
+ private:
+  LockFile(int fd, bool writable) : fd_(fd), writable_(writable) {}
+  LockResult Set(short type, int64_t byte);
+
+  int fd_;
+  bool writable_;
+};
+
+}  // namespace rm
+
+#endif  // BASICS_PLATFORM_RM_LOCKS_H_

@@ -1,0 +1,233 @@
+// The registry of stores, file-name resolution and the write bracket.
+#include "rm_store_internal.h"
+
+#include <limits.h>
+#include <pthread.h>
+#include <stdlib.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <functional>
+
+#include "record_manager_internal.h"
+#include "rm_sqlite_backend.h"
+
+namespace rm {
+
+std::atomic<uint64_t> g_store_calls{0};
+std::atomic<int> g_batch_wait_ms{10000};
+
+int64_t WallClockNs() {
+  struct timespec ts;
+  clock_gettime(CLOCK_REALTIME, &ts);
+  return static_cast<int64_t>(ts.tv_sec) * 1'000'000'000 + ts.tv_nsec;
+}
+
+namespace {
+
+struct Registry {
+  std::mutex mu;
+  std::map<std::string, std::unique_ptr<Store>> stores;
+  BackendFactory factory;
+  BackendDecorator decorator;
+};
+
+void ForkPrepare();
+void ForkParent();
+void ForkChild();
+
+Registry& TheRegistry() {
+  // Never destroyed: handles still open when the process exits must not find it gone.
+  static Registry* registry = [] {
+    pthread_atfork(ForkPrepare, ForkParent, ForkChild);
+    return new Registry;
+  }();
+  return *registry;
+}
+
+// Before a fork, no store may be in the middle of a call, and none should hold a read
+// open: the child inherits the memory of every connection, which it leaves alone.
+void ForkPrepare() {
+  Registry& r = TheRegistry();
+  r.mu.lock();
+  const pid_t self = ThisProcess();
+  for (auto& [dir, store] : r.stores) {
+    if (store->pid == self && store->mu.try_lock()) {
+      store->backend->Quiesce();
+      store->mu.unlock();
+    }
+  }
+}
+void ForkParent() { TheRegistry().mu.unlock(); }
+
+// This process's id, kept because getpid is a system call and every call on a handle
+// asks for it; a forked child sets its own at once.
+std::atomic<pid_t> g_pid{0};
+
+void ForkChild() {
+  g_pid.store(getpid(), std::memory_order_relaxed);
+  TheRegistry().mu.unlock();
+}
+
+}  // namespace
+
+pid_t ThisProcess() {
+  pid_t pid = g_pid.load(std::memory_order_relaxed);
+  if (pid == 0) {
+    TheRegistry();  // registers the fork handler that keeps it right in a child
+    pid = getpid();
+    g_pid.store(pid, std::memory_order_relaxed);
+  }
+  return pid;
+}
+
+Status AcquireStore(const std::string& directory, bool create, Store** out) {
+  *out = nullptr;
+  Registry& r = TheRegistry();
+  std::lock_guard<std::mutex> lock(r.mu);
+  auto it = r.stores.find(directory);
+  if (it != r.stores.end()) {
+    if (it->second->pid == ThisProcess()) {
+      ++it->second->refs;
+      *out = it->second.get();
+      return kStatusOk;
+    }
+    // A store inherited through fork: its connection belongs to the parent. The child
+    // must neither use nor close it, so it is left as it is and a fresh one opened.
+    (void)it->second.release();
+    r.stores.erase(it);
+  }
+  Status status = kStatusOk;
+  std::unique_ptr<Backend> backend = r.factory ? r.factory(directory, create, &status)
+                                               : OpenSqliteBackend(directory, create, &status);
+  if (backend == nullptr) return status != kStatusOk ? status : Status{kStatusIoError};
+  if (r.decorator) backend = r.decorator(std::move(backend));
+  backend->SetBusyWait(g_batch_wait_ms.load());
+  auto store = std::make_unique<Store>();
+  store->directory = directory;
+  store->pid = ThisProcess();
+  store->backend = std::move(backend);
+  store->refs = 1;
+  *out = store.get();
+  r.stores.emplace(directory, std::move(store));
+  return kStatusOk;
+}
+
+void ReleaseStore(Store* store) {
+  if (store == nullptr || store->pid != ThisProcess()) return;
+  Registry& r = TheRegistry();
+  std::unique_ptr<Store> closing;
+  {
+    std::lock_guard<std::mutex> lock(r.mu);
+    if (--store->refs > 0) return;
+    auto it = r.stores.find(store->directory);
+    if (it != r.stores.end() && it->second.get() == store) {
+      closing = std::move(it->second);
+      r.stores.erase(it);
+    }
+  }
+  // Closing the connection undoes a batch still open: nothing of it was meant to last
+  // without its end.
+  closing.reset();
+}
+
+size_t OpenStoreCount() {
+  Registry& r = TheRegistry();
+  std::lock_guard<std::mutex> lock(r.mu);
+  const pid_t self = ThisProcess();
+  return static_cast<size_t>(std::count_if(
+      r.stores.begin(), r.stores.end(), [self](const auto& e) { return e.second->pid == self; }));
+}
+
+void SetBackendFactory(BackendFactory factory) {
+  Registry& r = TheRegistry();
+  std::lock_guard<std::mutex> lock(r.mu);
+  r.factory = std::move(factory);
+}
+
+void SetBackendDecorator(BackendDecorator decorator) {
+  Registry& r = TheRegistry();
+  std::lock_guard<std::mutex> lock(r.mu);
+  r.decorator = std::move(decorator);
+}
+
+void SetAllBusyWaits(int ms) {
+  Registry& r = TheRegistry();
+  std::lock_guard<std::mutex> lock(r.mu);
+  const pid_t self = ThisProcess();
+  for (auto& [dir, store] : r.stores) {
+    if (store->pid != self) continue;
+    std::lock_guard<std::mutex> store_lock(store->mu);
+    store->backend->SetBusyWait(ms);
+  }
+}
+
+Status ResolveName(const char* name, FileName* out) {
+  if (name == nullptr || *name == '\0') return kStatusFileNotFound;
+  std::string path(name);
+  std::replace(path.begin(), path.end(), '\\', '/');
+  const size_t slash = path.rfind('/');
+  std::string dir;
+  if (slash == std::string::npos) {
+    dir = ".";
+    out->base = path;
+  } else {
+    dir = slash == 0 ? "/" : path.substr(0, slash);
+    out->base = path.substr(slash + 1);
+  }
+  if (out->base.empty()) return kStatusFileNotFound;
+  for (char& c : out->base) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  }
+  char resolved[PATH_MAX];
+  if (::realpath(dir.c_str(), resolved) == nullptr) return kStatusFileNotFound;
+  out->directory = resolved;
+  return kStatusOk;
+}
+
+WriteScope::~WriteScope() {
+  if (open_ && own_) store_->Call().Rollback();
+}
+
+Status WriteScope::Begin() {
+  if (store_->batch_depth > 0) {
+    // A batch the store undid by itself (disk full, I/O error) takes no more writes:
+    // they would commit one by one and leave the batch's other half missing.
+    if (store_->batch_failure != kStatusOk) return store_->batch_failure;
+    own_ = false;
+    open_ = true;
+    return kStatusOk;
+  }
+  Status st = store_->Call().Begin();
+  if (st != kStatusOk) {
+    if (store_->Call().InTransaction()) store_->Call().Rollback();
+    return st;
+  }
+  own_ = true;
+  open_ = true;
+  return kStatusOk;
+}
+
+Status WriteScope::End(Status status) {
+  if (!open_) return status;
+  open_ = false;
+  Backend& backend = store_->Call();
+  if (!own_) {
+    if (status == kStatusOk) {
+      if (std::find(store_->touched.begin(), store_->touched.end(), file_id_) ==
+          store_->touched.end()) {
+        store_->touched.push_back(file_id_);
+      }
+    } else if (!backend.InTransaction()) {
+      store_->batch_failure = status;
+    }
+    return status;
+  }
+  if (status == kStatusOk) status = store_->Call().TouchFile(file_id_, WallClockNs());
+  if (status == kStatusOk) status = store_->Call().Commit();
+  if (status != kStatusOk) store_->Call().Rollback();
+  return status;
+}
+
+}  // namespace rm

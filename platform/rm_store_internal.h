@@ -1,0 +1,137 @@
+// The stores and handles this process holds: one Store per directory (one backend
+// connection shared by its handles, reference counted), its open files, each handle's
+// state, and file-name resolution. Builds on the backend, codec and locks. The registry
+// is thread-safe; a Store's contents are guarded by Store::mu.
+#ifndef BASICS_PLATFORM_RM_STORE_INTERNAL_H_
+#define BASICS_PLATFORM_RM_STORE_INTERNAL_H_
+
+#include <sys/types.h>
+
+#include <atomic>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "record_manager.h"
+#include "rm_backend.h"
+#include "rm_key_codec.h"
+#include "rm_locks.h"
+
+namespace rm {
+
+// Backend calls made by every store of the process (StoreCallCount).
+extern std::atomic<uint64_t> g_store_calls;
+// How long a writer waits for another process's batch (SetBatchWaitMilliseconds).
+extern std::atomic<int> g_batch_wait_ms;
+
+// This process's id (cheap; right in a forked child too).
+pid_t ThisProcess();
+
+// Wall-clock time in nanoseconds since the epoch: the change time of files.
+int64_t WallClockNs();
+
+// A file as this process has it open in a store: its catalogue entry, keys and table.
+// Shared by the handles open on it; guarded by the store's mutex.
+struct OpenFile {
+  FileEntry entry;
+  KeySet keys;
+  TableShape shape;
+  Table* table = nullptr;
+  int handles = 0;
+};
+
+struct Store {
+  // Every use of the backend goes through here, so that StoreCallCount sees it.
+  Backend& Call() {
+    g_store_calls.fetch_add(1, std::memory_order_relaxed);
+    return *backend;
+  }
+
+  std::string directory;  // canonical
+  pid_t pid = 0;          // the process that opened it; a forked child opens its own
+  std::mutex mu;
+  std::unique_ptr<Backend> backend;
+  int refs = 0;  // guarded by the registry
+
+  // Guarded by mu.
+  std::map<int64_t, std::unique_ptr<OpenFile>> files;
+  int batch_depth = 0;
+  Status batch_failure = 0;      // the store undid the batch by itself: it can only fail
+  std::vector<int64_t> touched;  // files changed in the open batch
+};
+
+// Finds or opens the store of a canonical directory (create: make records.db when
+// missing) and takes a reference. Answers 0, or a status with *out null.
+Status AcquireStore(const std::string& directory, bool create, Store** out);
+// Drops a reference; the last one closes the store (undoing a batch left open).
+void ReleaseStore(Store* store);
+// Sets the busy wait of every store open in this process.
+void SetAllBusyWaits(int ms);
+
+// A file name split into its store's canonical directory and its lower-cased base name.
+struct FileName {
+  std::string directory;
+  std::string base;
+};
+// Answers 0, or 12 when the name is empty or its directory does not exist.
+Status ResolveName(const char* name, FileName* out);
+
+// Brackets one write: inside a batch it joins it, otherwise it is a transaction of its
+// own that also sets the file's change time. End commits or undoes. mu must be held.
+class WriteScope {
+ public:
+  WriteScope(Store* store, int64_t file_id) : store_(store), file_id_(file_id) {}
+  ~WriteScope();
+  WriteScope(const WriteScope&) = delete;
+  WriteScope& operator=(const WriteScope&) = delete;
+
+  Status Begin();
+  // Finishes the write whose result is status; answers the final status.
+  Status End(Status status);
+
+ private:
+  Store* store_;
+  int64_t file_id_;
+  bool own_ = false;
+  bool open_ = false;
+};
+
+}  // namespace rm
+
+// A handle's state. Used by one thread at a time (the library's rule for handles).
+struct BtrvFile::State {
+  rm::Store* store = nullptr;
+  rm::OpenFile* file = nullptr;
+  std::unique_ptr<rm::LockFile> locks;
+  uint64_t id = 0;  // owner of the store's stepping cursor
+  pid_t pid = 0;
+  uint16_t mode = 0;
+  uint16_t file_number = 0;
+  std::string name;
+  std::string src_file;
+  int src_line = 0;
+
+  // Currency: the current record's position and version, and where it stands on the key
+  // path. After a delete the place is kept (deleted set) so that Next and Previous go on
+  // from there, while Update and Delete find no current record.
+  int32_t pos = 0;
+  int64_t version = 0;
+  bool deleted = false;
+  int path_slot = -1;
+  std::vector<uint8_t> path_key;
+
+  int32_t locked_pos = 0;  // the record this handle holds locked, 0 when none
+  uint16_t status = 3;
+  bool no_lock_message = false;
+
+  // Scratch of the handle's calls (sized at open).
+  std::vector<uint8_t> search_key;
+  std::vector<uint8_t> next_key;
+  std::vector<uint8_t> record;
+  std::vector<uint8_t> keys;
+};
+
+#endif  // BASICS_PLATFORM_RM_STORE_INTERNAL_H_
