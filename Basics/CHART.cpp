@@ -358,34 +358,32 @@ void MakeAcntString(AccountType* account, FixedStringParamRef text) {
   sstrcat(text.text, kind.s, text.capacity);
 }
 
-bool SetAcntDesc(const FixedString<16>& id, FixedString<161>& description) {
-  BtrvFile* file = ChartLookupFile();
-  AccountType account;
-  if (file == nullptr || !ReadByID(file, id, &account)) {
+namespace {
+// The description of a found account (the inactive label for an inactive one), or the
+// missing-account text; answers found.
+bool DescribeAccount(bool found, const AccountType& account, FixedString<161>& description) {
+  if (!found) {
     LoadText(kStrMissingAccount, description);
-    return false;
-  }
-  if (account.Inactive) {
+  } else if (account.Inactive) {
     LoadText(kStrInactive, description);
   } else {
     Assign(description, account.Description.s, kDescriptionChars);
   }
-  return true;
+  return found;
+}
+}  // namespace
+
+bool SetAcntDesc(const FixedString<16>& id, FixedString<161>& description) {
+  BtrvFile* file = ChartLookupFile();
+  AccountType account;
+  return DescribeAccount(file != nullptr && ReadByID(file, id, &account), account, description);
 }
 
 bool SetAcntDesc(int32_t record_number, FixedString<161>& description) {
   BtrvFile* file = ChartLookupFile();
   AccountType account;
-  if (file == nullptr || !ReadByNumber(file, record_number, &account)) {
-    LoadText(kStrMissingAccount, description);
-    return false;
-  }
-  if (account.Inactive) {
-    LoadText(kStrInactive, description);
-  } else {
-    Assign(description, account.Description.s, kDescriptionChars);
-  }
-  return true;
+  return DescribeAccount(file != nullptr && ReadByNumber(file, record_number, &account), account,
+                         description);
 }
 
 bool SetAcntDesc(const FixedString<16>& id, FixedString<31>& description) {

@@ -223,17 +223,4 @@ TEST(CreateNewCompanyTest, MakesEveryFileOrNone) {
   EXPECT_EQ(OpenHandleCount(), 0u);
 }
 
-TEST_F(FileCreationTest, MasterRecordsGetTheNextRecordNumber) {
-  BtrvFile* file = nullptr;
-  ASSERT_NE(OpenCustFile(&file, kOpenModeNormal), 0);
-  for (int i = 0; i < 3; ++i) {
-    CustomerRecord c{};
-    c.ID = std::string("C" + std::to_string(i)).c_str();
-    AssignGUID(c.Guid);
-    ASSERT_NE(InsertRecord(file, sizeof c, &c), 0);
-    EXPECT_EQ(+c.RecordNumber, i + 1);  // written back into the caller's buffer
-  }
-  RealCloseFile(&file, __FILE__, __LINE__);
-}
-
 }  // namespace
