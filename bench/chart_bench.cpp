@@ -4,10 +4,10 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <map>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -23,17 +23,6 @@ std::string g_dir;
 std::vector<FixedString<16>> g_ids;
 std::vector<int32_t> g_numbers;
 
-// A small, fixed pseudo-random sequence: every run reads the same keys.
-struct Xorshift {
-  uint32_t state = 2463534242u;
-  uint32_t Next() {
-    state ^= state << 13;
-    state ^= state >> 17;
-    state ^= state << 5;
-    return state;
-  }
-};
-
 bool BuildCompany() {
   char pattern[] = "/tmp/chart_bench_XXXXXX";
   if (mkdtemp(pattern) == nullptr) return false;
@@ -46,13 +35,12 @@ bool BuildCompany() {
   BtrvFile* chart = nullptr;
   if (!OpenChartFile(&chart, kOpenModeNormal)) return false;
   bool ok = bBeginBatchUpdate(chart) == 1;
-  Xorshift random;
+  std::minstd_rand random;  // the same chart on every run
   for (int i = 0; ok && i < kAccounts; ++i) {
     AccountType account;
     std::memset(&account, 0, sizeof(account));
-    char id[16];
-    std::snprintf(id, sizeof(id), "%04u-%04d", random.Next() % 10000, i);
-    account.ID = id;
+    std::snprintf(account.ID.s, sizeof(account.ID), "%04u-%04d",
+                  static_cast<unsigned>(random() % 10000), i);
     account.Type = static_cast<int16_t>(i % 25);
     std::snprintf(account.Description.s, sizeof(account.Description), "Account %d", i);
     AssignGUID(account.Guid);
@@ -66,49 +54,31 @@ bool BuildCompany() {
   return ok;
 }
 
-void RemoveCompany() {
-  CloseInternalChartFile();
-  if (chdir("/") != 0) return;
-  std::error_code ignored;
-  if (!g_dir.empty()) std::filesystem::remove_all(g_dir, ignored);
-}
-
-void BM_GetAccountInfoByID(benchmark::State& state) {
-  Xorshift random;
+// by_number: GetAccountInfo by record number, else by ID; the same random keys every run.
+void BM_GetAccountInfo(benchmark::State& state, bool by_number) {
+  std::minstd_rand random;
   AccountType account;
   for (auto _ : state) {
-    bool found = GetAccountInfo(g_ids[random.Next() % g_ids.size()], &account);
+    size_t i = random() % kAccounts;
+    bool found =
+        by_number ? GetAccountInfo(g_numbers[i], &account) : GetAccountInfo(g_ids[i], &account);
     benchmark::DoNotOptimize(found);
     if (!found) state.SkipWithError("account not found");
   }
   state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(BM_GetAccountInfoByID);
-
-void BM_GetAccountInfoByRecordNumber(benchmark::State& state) {
-  Xorshift random;
-  AccountType account;
-  for (auto _ : state) {
-    bool found = GetAccountInfo(g_numbers[random.Next() % g_numbers.size()], &account);
-    benchmark::DoNotOptimize(found);
-    if (!found) state.SkipWithError("account not found");
-  }
-  state.SetItemsProcessed(state.iterations());
-}
-BENCHMARK(BM_GetAccountInfoByRecordNumber);
+BENCHMARK_CAPTURE(BM_GetAccountInfo, ByID, false);
+BENCHMARK_CAPTURE(BM_GetAccountInfo, ByRecordNumber, true);
 
 // The reference: the same read by ID made directly on a read-only handle.
 void BM_RecordManagerEqualByID(benchmark::State& state) {
   BtrvFile* chart = nullptr;
-  if (!OpenChartFile(&chart, kOpenModeReadOnly)) {
-    state.SkipWithError("chart not opened");
-    return;
-  }
-  Xorshift random;
+  if (!OpenChartFile(&chart, kOpenModeReadOnly)) return state.SkipWithError("chart not opened");
+  std::minstd_rand random;
   AccountType account;
   for (auto _ : state) {
     std::memset(&account, 0, sizeof(account));
-    account.ID = g_ids[random.Next() % g_ids.size()];
+    account.ID = g_ids[random() % kAccounts];
     bool found = GetFileEqual(chart, kLockBiasNone, sizeof(account), &account, kChartKeyID);
     benchmark::DoNotOptimize(found);
     if (!found) state.SkipWithError("account not found");
@@ -118,26 +88,19 @@ void BM_RecordManagerEqualByID(benchmark::State& state) {
 }
 BENCHMARK(BM_RecordManagerEqualByID);
 
-// Keeps the time per iteration of every run so that main can print the ratio.
+// Keeps each benchmark's time per iteration (the mean, with repetitions) for the ratio.
 class RecordingReporter : public benchmark::ConsoleReporter {
  public:
   void ReportRuns(const std::vector<Run>& runs) override {
-    // With repetitions the mean stands for the benchmark; single runs stand for themselves.
     for (const Run& run : runs) {
-      if (run.error_occurred) continue;
-      if (run.run_type == Run::RT_Iteration || run.aggregate_name == "mean") {
-        times_[run.run_name.function_name] = run.GetAdjustedRealTime();
+      if (!run.error_occurred &&
+          (run.run_type == Run::RT_Iteration || run.aggregate_name == "mean")) {
+        times[run.run_name.function_name + run.run_name.args] = run.GetAdjustedRealTime();
       }
     }
     ConsoleReporter::ReportRuns(runs);
   }
-  double Time(const std::string& name) const {
-    auto it = times_.find(name);
-    return it == times_.end() ? 0.0 : it->second;
-  }
-
- private:
-  std::map<std::string, double> times_;
+  std::map<std::string, double> times;
 };
 
 }  // namespace
@@ -145,17 +108,20 @@ class RecordingReporter : public benchmark::ConsoleReporter {
 int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+  int result = 0;
   if (!BuildCompany()) {
     std::fprintf(stderr, "could not build the sample company\n");
-    RemoveCompany();
-    return 1;
+    result = 1;
+  } else {
+    RecordingReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    const double library = reporter.times["BM_GetAccountInfo/ByID"];
+    const double reference = reporter.times["BM_RecordManagerEqualByID"];
+    if (library > 0 && reference > 0) std::printf("ratio lookup %.2f\n", library / reference);
   }
-  RecordingReporter reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
-  const double library = reporter.Time("BM_GetAccountInfoByID");
-  const double reference = reporter.Time("BM_RecordManagerEqualByID");
-  if (library > 0 && reference > 0) std::printf("ratio lookup %.2f\n", library / reference);
-  RemoveCompany();
+  CloseInternalChartFile();
   benchmark::Shutdown();
-  return 0;
+  std::error_code ignored;
+  if (chdir("/") == 0 && !g_dir.empty()) std::filesystem::remove_all(g_dir, ignored);
+  return result;
 }

@@ -22,52 +22,33 @@ namespace {
 
 uint64_t g_cached_read_store_calls = 0;
 
-DatesType D(int month, int day, int year) {
-  DatesType d;
-  MakeDate(month, day, year, d);
-  return d;
-}
-
-void BM_WhichGLperiodCurrentPeriod(benchmark::State& state) {
-  DatesType date = D(1, 15, 1997);  // period 15, the current period of a new company
+// A new company's current period is 15 (January 1997); June 1996 lies in the history year.
+void BM_WhichGLperiod(benchmark::State& state, int month, int day, int year, int period) {
+  DatesType date;
+  MakeDate(month, day, year, date);
   for (auto _ : state) benchmark::DoNotOptimize(WhichGLperiod(date));
-  if (WhichGLperiod(date) != 15) state.SkipWithError("wrong period");
+  if (WhichGLperiod(date) != period) state.SkipWithError("wrong period");
   state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(BM_WhichGLperiodCurrentPeriod);
+BENCHMARK_CAPTURE(BM_WhichGLperiod, CurrentPeriod, 1, 15, 1997, 15);
+BENCHMARK_CAPTURE(BM_WhichGLperiod, HistoryYear, 6, 15, 1996, 1);
 
-void BM_WhichGLperiodHistoryYear(benchmark::State& state) {
-  // June 1996 lies in the history year; both open years are searched before it.
-  DatesType date = D(6, 15, 1996);
-  for (auto _ : state) benchmark::DoNotOptimize(WhichGLperiod(date));
-  if (WhichGLperiod(date) != 1) state.SkipWithError("wrong period");
-  state.SetItemsProcessed(state.iterations());
-}
-BENCHMARK(BM_WhichGLperiodHistoryYear);
-
-void BM_CachedSettingsRead(benchmark::State& state) {
+// cached: mode 0 on a record already read; else the cache is cleared before every read.
+void BM_SettingsRead(benchmark::State& state, bool cached) {
   GeneralDataType* rec = nullptr;
   GetGeneralDataPtr(nullptr, &rec, MOD_GL, kGenReadForReading, false);  // fill the slot
   uint64_t before = StoreCallCount();
   for (auto _ : state) {
+    if (!cached) ClearGeneralCache();
     benchmark::DoNotOptimize(GetGeneralDataPtr(nullptr, &rec, MOD_GL, kGenReadForReading, false));
   }
   uint64_t calls = StoreCallCount() - before;
-  g_cached_read_store_calls += calls;
+  if (cached) g_cached_read_store_calls += calls;
   state.counters["store_calls"] = static_cast<double>(calls);
   state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(BM_CachedSettingsRead);
-
-void BM_UncachedSettingsReadReference(benchmark::State& state) {
-  GeneralDataType* rec = nullptr;
-  for (auto _ : state) {
-    ClearGeneralCache();
-    benchmark::DoNotOptimize(GetGeneralDataPtr(nullptr, &rec, MOD_GL, kGenReadForReading, false));
-  }
-  state.SetItemsProcessed(state.iterations());
-}
-BENCHMARK(BM_UncachedSettingsReadReference);
+BENCHMARK_CAPTURE(BM_SettingsRead, Cached, true);
+BENCHMARK_CAPTURE(BM_SettingsRead, UncachedReference, false);
 
 }  // namespace
 

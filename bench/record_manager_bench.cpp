@@ -1,22 +1,22 @@
 // The record manager against SQLite used directly, in one process, on the same data:
-//   (a) keyed equal reads on a 100,000-record master file (random keys),
-//   (b) a GetFileNext walk over 1,000,000 journal rows (373 bytes) on the row file's
-//       3-segment key 2 (account s32, date, post order u32),
-//   (c) 100,000 journal rows with their 8 keys inserted inside one batch.
-// The direct side uses the tables the record manager made (same schema, same key bytes),
-// with its own connection and prepared statements. After the runs it prints one line per
-// comparison, "ratio read|walk|insert X.XX": the record manager's time per operation
-// divided by SQLite's (best repetition of each), lower is better.
+// (a) keyed equal reads on a 100,000-record master file (random keys); (b) a GetFileNext
+// walk over 1,000,000 journal rows (373 bytes) on the row file's 3-segment key 2 (account,
+// date, post order); (c) 100,000 journal rows inserted with their 8 keys in one batch. The
+// direct side uses the tables the record manager made (same schema, same key bytes) through
+// its own connection and prepared statements. At the end, one line per comparison, "ratio
+// read|walk|insert X.XX": our time per operation over SQLite's (best repetitions).
 #include <sqlite3.h>
 #include <stdlib.h>
-#include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <random>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -27,95 +27,79 @@
 
 namespace {
 
-constexpr int kMasterRecords = 100'000;
-constexpr int kWalkRows = 1'000'000;
-constexpr int kInsertRows = 100'000;
-constexpr uint16_t kMasterLen = 400;
-constexpr uint16_t kRowLen = 373;
+constexpr int kMasterRecords = 100'000, kWalkRows = 1'000'000, kInsertRows = 100'000;
+constexpr uint16_t kMasterLen = 400, kRowLen = 373;
 
-std::string g_root;  // temporary directory of the whole run
+std::string g_root;                             // temporary directory of the whole run
+std::vector<std::array<char, 21>> g_probe_ids;  // random existing master IDs, for both sides
+std::vector<uint8_t> g_insert_rows;             // the rows of (c), the same for both sides
 
 std::string Dir(const char* name) { return g_root + "/" + name; }
 
 void Check(bool ok, const char* what) {
-  if (!ok) {
-    std::fprintf(stderr, "record_manager_bench: %s failed (status %u)\n", what,
-                 GetErrorCode(nullptr));
-    if (!g_root.empty()) {
-      std::error_code ignored;
-      std::filesystem::remove_all(g_root, ignored);
-    }
-    std::exit(1);
-  }
+  if (ok) return;
+  std::fprintf(stderr, "record_manager_bench: %s failed (status %u)\n", what,
+               GetErrorCode(nullptr));
+  std::error_code ignored;
+  if (!g_root.empty()) std::filesystem::remove_all(g_root, ignored);
+  std::exit(1);
 }
 
-// --- Descriptions ----------------------------------------------------------------------
-
-void AddKey(FileSpec& spec, std::initializer_list<KeySegmentSpec> segments, uint16_t flags,
-            int number = -1) {
-  size_t i = 0;
-  for (KeySegmentSpec s : segments) {
-    s.flags |= flags;
-    if (i + 1 < segments.size()) s.flags |= kKeySegmented;
-    if (i == 0 && number >= 0) {
-      s.flags |= kKeyManualNumber;
-      s.keyNumber = static_cast<uint8_t>(number);
-    }
-    spec.segments[spec.numberOfSegments++] = s;
-    ++i;
-  }
+BtrvFile* OpenFile(const std::string& name, uint16_t mode) {
+  BtrvFile* f = nullptr;
+  Check(RealOpenBFile(&f, name.c_str(), mode, 0, __FILE__, __LINE__), "open");
+  return f;
 }
 
-KeySegmentSpec Int(uint16_t pos, uint16_t len) {
-  return {pos, len, kKeyExtendedType, kExtInteger, 0};
-}
-KeySegmentSpec Uns(uint16_t pos, uint16_t len) {
-  return {pos, len, kKeyExtendedType, kExtUnsignedBinary, 0};
-}
-KeySegmentSpec Date(uint16_t pos) { return {pos, 4, kKeyExtendedType, kExtDate, 0}; }
-KeySegmentSpec ZStr(uint16_t pos, uint16_t len) {
-  return {pos, len, kKeyExtendedType, kExtZString, 0};
-}
+// A key segment: the key it belongs to, the field's offset and length, its type.
+struct Seg {
+  int key;
+  size_t off;
+  uint16_t len;
+  uint8_t type;
+};
 
-// Master: record number (s32 at 0, key 1), ID (zero-terminated, 21 at 4, key 0).
-FileSpec MasterSpec() {
-  FileSpec spec = {};
-  spec.recordLength = kMasterLen;
-  spec.pageSize = 4096;
-  AddKey(spec, {ZStr(5, 21)}, 0);
-  AddKey(spec, {KeySegmentSpec{1, 4, kKeyExtendedType, kExtAutoIncrement, 0}}, 0);
-  return spec;
-}
-
-// Journal row offsets used by the keys.
+// Journal row fields used by the keys, and the row file's eight keys.
 constexpr size_t kAccount = 0, kPost = 4, kLine = 8, kItem = 10, kJob = 14, kPhase = 18, kCost = 39,
                  kLink = 60, kJrnl = 66, kDate = 70, kFlag = 74, kAmount = 87;
+constexpr uint8_t kInt = kExtInteger, kUns = kExtUnsignedBinary, kDat = kExtDate, kZ = kExtZString;
+constexpr Seg kRowKeys[] = {{0, kPost, 4, kUns},    {1, kPost, 4, kUns}, {1, kLine, 2, kInt},
+                            {2, kAccount, 4, kInt}, {2, kDate, 4, kDat}, {2, kPost, 4, kUns},
+                            {3, kItem, 4, kInt},    {3, kDate, 4, kDat}, {4, kJob, 4, kInt},
+                            {4, kPhase, 21, kZ},    {5, kLink, 4, kUns}, {5, kDate, 4, kDat},
+                            {6, kJob, 4, kInt},     {6, kCost, 21, kZ},  {7, kItem, 4, kInt},
+                            {7, kJrnl, 4, kInt},    {7, kDate, 4, kDat}, {7, kFlag, 1, kUns}};
 
-// The row file's eight keys; the walk file has key 2 alone.
-FileSpec RowSpec(bool walk_only) {
+// A description from segments (only those of key `only`, numbered by hand, when >= 0).
+FileSpec Spec(uint16_t length, std::span<const Seg> segs, uint16_t flags, int only = -1) {
   FileSpec spec = {};
-  spec.recordLength = kRowLen;
+  spec.recordLength = length;
   spec.pageSize = 4096;
-  const uint16_t dup = kKeyDuplicates | kKeyModifiable;
-  auto p = [](size_t offset) { return static_cast<uint16_t>(offset + 1); };
-  if (walk_only) {
-    AddKey(spec, {Int(p(kAccount), 4), Date(p(kDate)), Uns(p(kPost), 4)}, dup, 2);
-    return spec;
+  for (size_t i = 0; i < segs.size(); ++i) {
+    const bool first = i == 0 || segs[i - 1].key != segs[i].key;
+    const bool last = i + 1 == segs.size() || segs[i + 1].key != segs[i].key;
+    if (only >= 0 && segs[i].key != only) continue;
+    spec.segments[spec.numberOfSegments++] = {
+        static_cast<uint16_t>(segs[i].off + 1), segs[i].len,
+        static_cast<uint16_t>(flags | kKeyExtendedType | (last ? 0 : kKeySegmented) |
+                              (only >= 0 && first ? kKeyManualNumber : 0)),
+        segs[i].type, static_cast<uint8_t>(only >= 0 && first ? only : 0)};
   }
-  AddKey(spec, {Uns(p(kPost), 4)}, dup);
-  AddKey(spec, {Uns(p(kPost), 4), Int(p(kLine), 2)}, dup);
-  AddKey(spec, {Int(p(kAccount), 4), Date(p(kDate)), Uns(p(kPost), 4)}, dup);
-  AddKey(spec, {Int(p(kItem), 4), Date(p(kDate))}, dup);
-  AddKey(spec, {Int(p(kJob), 4), ZStr(p(kPhase), 21)}, dup);
-  AddKey(spec, {Uns(p(kLink), 4), Date(p(kDate))}, dup);
-  AddKey(spec, {Int(p(kJob), 4), ZStr(p(kCost), 21)}, dup);
-  AddKey(spec, {Int(p(kItem), 4), Int(p(kJrnl), 4), Date(p(kDate)), Uns(p(kFlag), 1)}, dup);
   return spec;
 }
+FileSpec RowSpec(int only = -1) {
+  return Spec(kRowLen, kRowKeys, kKeyDuplicates | kKeyModifiable, only);
+}
 
-template <typename T>
-void Put(uint8_t* rec, size_t off, T v) {
-  std::memcpy(rec + off, &v, sizeof v);
+// Key bytes as the store orders them: integers big-endian with the sign bit flipped,
+// unsigned numbers and dates (year, month, day) big-endian, zero-terminated text padded.
+uint8_t* Encode(uint8_t* out, const uint8_t* rec, const Seg& s) {
+  const uint8_t* src = rec + s.off;
+  const size_t n = s.type == kZ ? strnlen(reinterpret_cast<const char*>(src), s.len) : s.len;
+  for (size_t i = 0; i < s.len; ++i)
+    out[i] = s.type != kZ ? src[s.len - 1 - i] : i < n ? src[i] : 0;
+  if (s.type == kInt) out[0] ^= 0x80;
+  return out + s.len;
 }
 
 std::vector<uint8_t> MakeRows(int count, uint32_t seed) {
@@ -123,143 +107,98 @@ std::vector<uint8_t> MakeRows(int count, uint32_t seed) {
   std::vector<uint8_t> rows(static_cast<size_t>(count) * kRowLen, 0);
   for (int i = 0; i < count; ++i) {
     uint8_t* r = &rows[static_cast<size_t>(i) * kRowLen];
-    Put<int32_t>(r, kAccount, static_cast<int32_t>(rng() % 500 + 1));
-    Put<uint32_t>(r, kPost, static_cast<uint32_t>(i / 5 + 1));
-    Put<int16_t>(r, kLine, static_cast<int16_t>(i % 5 + 1));
-    Put<int32_t>(r, kItem, static_cast<int32_t>(rng() % 2000));
-    Put<int32_t>(r, kJob, static_cast<int32_t>(rng() % 50));
-    std::snprintf(reinterpret_cast<char*>(r + kPhase), 21, "PH%03u",
-                  static_cast<unsigned>(rng() % 100));
-    std::snprintf(reinterpret_cast<char*>(r + kCost), 21, "CC%03u",
-                  static_cast<unsigned>(rng() % 100));
-    Put<uint32_t>(r, kLink, rng() % 4 == 0 ? rng() % 10000 : 0);
-    Put<int32_t>(r, kJrnl, static_cast<int32_t>(rng() % 13));
-    DatesType d{static_cast<uint8_t>(rng() % 28 + 1), static_cast<uint8_t>(rng() % 12 + 1),
-                static_cast<uint16_t>(2020 + rng() % 6)};
-    Put<DatesType>(r, kDate, d);
+    auto put = [r](size_t off, auto v) { std::memcpy(r + off, &v, sizeof v); };
+    put(kAccount, static_cast<int32_t>(rng() % 500 + 1));
+    put(kPost, static_cast<uint32_t>(i / 5 + 1));
+    put(kLine, static_cast<int16_t>(i % 5 + 1));
+    put(kItem, static_cast<int32_t>(rng() % 2000));
+    put(kJob, static_cast<int32_t>(rng() % 50));
+    std::snprintf(reinterpret_cast<char*>(r + kPhase), 21, "PH%03u", unsigned(rng() % 100));
+    std::snprintf(reinterpret_cast<char*>(r + kCost), 21, "CC%03u", unsigned(rng() % 100));
+    put(kLink, static_cast<uint32_t>(rng() % 4 == 0 ? rng() % 10000 : 0));
+    put(kJrnl, static_cast<int32_t>(rng() % 13));
+    put(kDate,
+        DatesType{uint8_t(rng() % 28 + 1), uint8_t(rng() % 12 + 1), uint16_t(2020 + rng() % 6)});
     r[kFlag] = static_cast<uint8_t>(rng() % 2);
-    Put<double>(r, kAmount, static_cast<double>(rng() % 100000) / 100.0);
+    put(kAmount, static_cast<double>(rng() % 100000) / 100.0);
     for (size_t b = 318; b < 334; ++b) r[b] = static_cast<uint8_t>(rng());
   }
   return rows;
 }
 
-std::string MasterId(int n) {
-  char id[21];
-  std::snprintf(id, sizeof id, "ID%08d", n);
-  return id;
-}
-
-// --- The direct side: SQLite on the record manager's tables -----------------------------
-
 sqlite3* OpenDirect(const std::string& dir) {
   sqlite3* db = nullptr;
-  const std::string path = dir + "/records.db";
-  Check(sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr) ==
-            SQLITE_OK,
-        "sqlite3_open_v2");
-  Check(
-      sqlite3_exec(db, "PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL; PRAGMA cache_size=-32768",
-                   nullptr, nullptr, nullptr) == SQLITE_OK,
-      "pragmas");
+  const char* pragmas =
+      "PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL; PRAGMA cache_size=-32768";
+  Check(sqlite3_open_v2((dir + "/records.db").c_str(), &db,
+                        SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr) == SQLITE_OK &&
+            sqlite3_exec(db, pragmas, nullptr, nullptr, nullptr) == SQLITE_OK,
+        "opening SQLite");
   return db;
 }
 
-std::string TableOf(sqlite3* db, const char* base) {
+// Prepares sql with "$T" standing for the table of the data file base.
+sqlite3_stmt* Prepare(sqlite3* db, const char* base, std::string sql) {
   sqlite3_stmt* s = nullptr;
   sqlite3_prepare_v2(db, "SELECT id FROM _files WHERE name=?1", -1, &s, nullptr);
   sqlite3_bind_text(s, 1, base, -1, SQLITE_STATIC);
   Check(sqlite3_step(s) == SQLITE_ROW, "catalogue look-up");
-  std::string table = "f";
-  table += std::to_string(sqlite3_column_int64(s, 0));
+  const size_t at = sql.find("$T");
+  sql = sql.substr(0, at) + "f" + std::to_string(sqlite3_column_int64(s, 0)) + sql.substr(at + 2);
   sqlite3_finalize(s);
-  return table;
-}
-
-sqlite3_stmt* Prepare(sqlite3* db, const std::string& sql) {
-  sqlite3_stmt* s = nullptr;
   Check(
       sqlite3_prepare_v3(db, sql.c_str(), -1, SQLITE_PREPARE_PERSISTENT, &s, nullptr) == SQLITE_OK,
       sql.c_str());
   return s;
 }
 
-// Key bytes as the store orders them: integers big-endian with the sign bit flipped,
-// unsigned numbers big-endian, dates year/month/day, zero-terminated text zero-padded.
-uint8_t* EncInt(uint8_t* out, const uint8_t* src, int n) {
-  for (int i = 0; i < n; ++i) out[i] = src[n - 1 - i];
-  out[0] ^= 0x80;
-  return out + n;
-}
-uint8_t* EncUns(uint8_t* out, const uint8_t* src, int n) {
-  for (int i = 0; i < n; ++i) out[i] = src[n - 1 - i];
-  return out + n;
-}
-uint8_t* EncZStr(uint8_t* out, const uint8_t* src, int n) {
-  size_t len = strnlen(reinterpret_cast<const char*>(src), static_cast<size_t>(n));
-  std::memcpy(out, src, len);
-  std::memset(out + len, 0, static_cast<size_t>(n) - len);
-  return out + n;
-}
-
-// --- Data set-up -------------------------------------------------------------------------
-
-std::vector<std::string> g_probe_ids;  // random existing IDs, the same for both sides
-
-void BuildMaster() {
-  const std::string dir = Dir("read");
+// Creates (or replaces) dir/base from spec and inserts count records made by record(i), in
+// one batch; answers the file's name.
+std::string Fill(const std::string& dir, const char* base, const FileSpec& spec, int count,
+                 const std::function<uint8_t*(int)>& record = nullptr) {
   std::filesystem::create_directories(dir);
-  FileSpec spec = MasterSpec();
-  Check(ZORCreateFile(&spec, 0, (dir + "/CUSTOMER.DAT").c_str()), "create master");
-  BtrvFile* f = nullptr;
-  Check(RealOpenBFile(&f, (dir + "/CUSTOMER.DAT").c_str(), 0, 0, __FILE__, __LINE__), "open");
+  Check(ZORCreateFile(&spec, kCreateReplace, (dir + "/" + base).c_str()), "create");
+  BtrvFile* f = OpenFile(dir + "/" + base, kOpenModeNormal);
   Check(bBeginBatchUpdate(f), "begin");
-  std::vector<uint8_t> rec(kMasterLen, 0);
-  for (int i = 1; i <= kMasterRecords; ++i) {
-    std::memset(rec.data(), 0, rec.size());
-    std::string id = MasterId(i);
-    std::memcpy(&rec[4], id.data(), id.size());
-    std::snprintf(reinterpret_cast<char*>(&rec[40]), 60, "Customer number %d", i);
-    Check(InsertRecord(f, kMasterLen, rec.data()), "insert master");
-  }
+  for (int i = 0; i < count; ++i) Check(InsertRecord(f, spec.recordLength, record(i)), "insert");
   Check(bEndBatchUpdate(f), "end");
   RealCloseFile(&f, __FILE__, __LINE__);
+  return dir + "/" + base;
+}
+
+void BuildFiles() {
+  // The master: ID (zero-terminated, 21 at 4) is key 0, the record number (s32 at 0) key 1.
+  const Seg master_keys[] = {{0, 4, 21, kZ}, {1, 0, 4, kExtAutoIncrement}};
+  std::vector<uint8_t> rec(kMasterLen);
+  Fill(Dir("read"), "CUSTOMER.DAT", Spec(kMasterLen, master_keys, 0), kMasterRecords, [&](int i) {
+    std::fill(rec.begin(), rec.end(), 0);
+    std::snprintf(reinterpret_cast<char*>(&rec[4]), 21, "ID%08d", i + 1);
+    std::snprintf(reinterpret_cast<char*>(&rec[40]), 60, "Customer number %d", i + 1);
+    return rec.data();
+  });
   std::mt19937 rng(42);
-  for (int i = 0; i < 1 << 16; ++i) g_probe_ids.push_back(MasterId(1 + rng() % kMasterRecords));
-}
-
-void BuildWalk() {
-  const std::string dir = Dir("walk");
-  std::filesystem::create_directories(dir);
-  FileSpec spec = RowSpec(true);
-  Check(ZORCreateFile(&spec, 0, (dir + "/JRNLROW.DAT").c_str()), "create walk file");
-  BtrvFile* f = nullptr;
-  Check(RealOpenBFile(&f, (dir + "/JRNLROW.DAT").c_str(), 0, 0, __FILE__, __LINE__), "open");
-  Check(bBeginBatchUpdate(f), "begin");
-  for (int chunk = 0; chunk < kWalkRows / kInsertRows; ++chunk) {
-    std::vector<uint8_t> rows = MakeRows(kInsertRows, 1000 + static_cast<uint32_t>(chunk));
-    for (int i = 0; i < kInsertRows; ++i) {
-      Check(InsertRecord(f, kRowLen, &rows[static_cast<size_t>(i) * kRowLen]), "insert row");
-    }
-  }
-  Check(bEndBatchUpdate(f), "end");
-  RealCloseFile(&f, __FILE__, __LINE__);
+  g_probe_ids.resize(1 << 16);
+  for (auto& id : g_probe_ids)
+    std::snprintf(id.data(), 21, "ID%08d", int(1 + rng() % kMasterRecords));
+  // The walk's rows, made 100,000 at a time, on key 2 alone.
+  std::vector<uint8_t> rows;
+  Fill(Dir("walk"), "JRNLROW.DAT", RowSpec(2), kWalkRows, [&](int i) {
+    if (i % kInsertRows == 0) rows = MakeRows(kInsertRows, 1000 + uint32_t(i / kInsertRows));
+    return &rows[static_cast<size_t>(i % kInsertRows) * kRowLen];
+  });
+  g_insert_rows = MakeRows(kInsertRows, 7);
 }
 
 // --- (a) keyed equal reads ---------------------------------------------------------------
 
 void BM_ReadDirect(benchmark::State& state) {
   sqlite3* db = OpenDirect(Dir("read"));
-  const std::string t = TableOf(db, "customer.dat");
-  sqlite3_stmt* s =
-      Prepare(db, "SELECT pos, ver, data FROM " + t + " WHERE k0=?1 ORDER BY k0, pos LIMIT 1");
-  uint8_t rec[kMasterLen];
-  uint8_t key[21];
+  sqlite3_stmt* s = Prepare(db, "customer.dat",
+                            "SELECT pos, ver, data FROM $T WHERE k0=?1 ORDER BY k0, pos LIMIT 1");
+  uint8_t rec[kMasterLen], key[21];
   size_t i = 0;
   for (auto _ : state) {
-    const std::string& id = g_probe_ids[i++ & 0xFFFF];
-    std::memset(key, 0, sizeof key);
-    std::memcpy(key, id.data(), id.size());
+    std::memcpy(key, g_probe_ids[i++ & 0xFFFF].data(), sizeof key);
     sqlite3_bind_blob(s, 1, key, sizeof key, SQLITE_STATIC);
     if (sqlite3_step(s) != SQLITE_ROW) state.SkipWithError("not found");
     std::memcpy(rec, sqlite3_column_blob(s, 2), kMasterLen);
@@ -272,16 +211,11 @@ void BM_ReadDirect(benchmark::State& state) {
 }
 
 void BM_ReadRecordManager(benchmark::State& state) {
-  BtrvFile* f = nullptr;
-  Check(RealOpenBFile(&f, (Dir("read") + "/CUSTOMER.DAT").c_str(), kOpenModeReadOnly, 3, __FILE__,
-                      __LINE__),
-        "open");
+  BtrvFile* f = OpenFile(Dir("read") + "/CUSTOMER.DAT", kOpenModeReadOnly);
   uint8_t rec[kMasterLen];
   size_t i = 0;
   for (auto _ : state) {
-    const std::string& id = g_probe_ids[i++ & 0xFFFF];
-    std::memset(rec + 4, 0, 21);
-    std::memcpy(rec + 4, id.data(), id.size());
+    std::memcpy(rec + 4, g_probe_ids[i++ & 0xFFFF].data(), 21);
     if (!GetFileEqual(f, 0, kMasterLen, rec, 0)) state.SkipWithError("not found");
     benchmark::DoNotOptimize(rec[0]);
   }
@@ -293,15 +227,13 @@ void BM_ReadRecordManager(benchmark::State& state) {
 
 void BM_WalkDirect(benchmark::State& state) {
   sqlite3* db = OpenDirect(Dir("walk"));
-  const std::string t = TableOf(db, "jrnlrow.dat");
-  sqlite3_stmt* s = Prepare(db, "SELECT pos, ver, data FROM " + t + " ORDER BY k0, pos");
+  sqlite3_stmt* s = Prepare(db, "jrnlrow.dat", "SELECT pos, ver, data FROM $T ORDER BY k0, pos");
   uint8_t rec[kRowLen];
   int64_t rows = 0;
   for (auto _ : state) {
-    while (sqlite3_step(s) == SQLITE_ROW) {
+    for (; sqlite3_step(s) == SQLITE_ROW; ++rows) {
       std::memcpy(rec, sqlite3_column_blob(s, 2), kRowLen);
       benchmark::DoNotOptimize(sqlite3_column_int64(s, 0));
-      ++rows;
     }
     sqlite3_reset(s);
   }
@@ -312,17 +244,13 @@ void BM_WalkDirect(benchmark::State& state) {
 }
 
 void BM_WalkRecordManager(benchmark::State& state) {
-  BtrvFile* f = nullptr;
-  Check(RealOpenBFile(&f, (Dir("walk") + "/JRNLROW.DAT").c_str(), kOpenModeReadOnly, 0, __FILE__,
-                      __LINE__),
-        "open");
+  BtrvFile* f = OpenFile(Dir("walk") + "/JRNLROW.DAT", kOpenModeReadOnly);
   uint8_t rec[kRowLen];
   int64_t rows = 0;
   for (auto _ : state) {
     for (uint8_t ok = GetFileLowest(f, 0, kRowLen, rec, 2); ok;
-         ok = GetFileNext(f, 0, kRowLen, rec, 2)) {
+         ok = GetFileNext(f, 0, kRowLen, rec, 2))
       ++rows;
-    }
   }
   if (rows != state.iterations() * kWalkRows) state.SkipWithError("wrong row count");
   state.SetItemsProcessed(rows);
@@ -331,70 +259,32 @@ void BM_WalkRecordManager(benchmark::State& state) {
 
 // --- (c) inserts in one batch ------------------------------------------------------------
 
-std::vector<uint8_t> g_insert_rows;
-
-// Makes an empty row file with eight keys in dir (replacing the previous one).
-void FreshRowFile(const std::string& dir) {
-  std::filesystem::create_directories(dir);
-  FileSpec spec = RowSpec(false);
-  Check(ZORCreateFile(&spec, kCreateReplace, (dir + "/JRNLROW.DAT").c_str()), "create rows");
-}
-
 void BM_InsertDirect(benchmark::State& state) {
-  const std::string dir = Dir("insert-direct");
   for (auto _ : state) {
     state.PauseTiming();
-    FreshRowFile(dir);
-    sqlite3* db = OpenDirect(dir);
-    const std::string t = TableOf(db, "jrnlrow.dat");
-    sqlite3_stmt* s = Prepare(
-        db, "INSERT INTO " + t +
-                "(ver, k0, k1, k2, k3, k4, k5, k6, k7, data) VALUES(1, ?1, ?2, ?3, ?4, ?5, ?6, "
-                "?7, ?8, ?9)");
+    Fill(Dir("insert-direct"), "JRNLROW.DAT", RowSpec(), 0);  // an empty file of 8 keys
+    sqlite3* db = OpenDirect(Dir("insert-direct"));
+    sqlite3_stmt* s = Prepare(db, "jrnlrow.dat",
+                              "INSERT INTO $T(ver, k0, k1, k2, k3, k4, k5, k6, k7, data) "
+                              "VALUES(1, ?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9)");
     state.ResumeTiming();
     sqlite3_exec(db, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr);
     uint8_t keys[128];
     for (int i = 0; i < kInsertRows; ++i) {
       const uint8_t* r = &g_insert_rows[static_cast<size_t>(i) * kRowLen];
       uint8_t* k = keys;
-      uint8_t* k0 = k;
-      k = EncUns(k, r + kPost, 4);
-      uint8_t* k1 = k;
-      k = EncUns(k, r + kPost, 4);
-      k = EncInt(k, r + kLine, 2);
-      uint8_t* k2 = k;
-      k = EncInt(k, r + kAccount, 4);
-      k = EncUns(k, r + kDate, 4);
-      k = EncUns(k, r + kPost, 4);
-      uint8_t* k3 = k;
-      k = EncInt(k, r + kItem, 4);
-      k = EncUns(k, r + kDate, 4);
-      uint8_t* k4 = k;
-      k = EncInt(k, r + kJob, 4);
-      k = EncZStr(k, r + kPhase, 21);
-      uint8_t* k5 = k;
-      k = EncUns(k, r + kLink, 4);
-      k = EncUns(k, r + kDate, 4);
-      uint8_t* k6 = k;
-      k = EncInt(k, r + kJob, 4);
-      k = EncZStr(k, r + kCost, 21);
-      uint8_t* k7 = k;
-      k = EncInt(k, r + kItem, 4);
-      k = EncInt(k, r + kJrnl, 4);
-      k = EncUns(k, r + kDate, 4);
-      k = EncUns(k, r + kFlag, 1);
-      uint8_t* bounds[] = {k0, k1, k2, k3, k4, k5, k6, k7, k};
-      for (int j = 0; j < 8; ++j) {
-        sqlite3_bind_blob(s, j + 1, bounds[j], static_cast<int>(bounds[j + 1] - bounds[j]),
-                          SQLITE_STATIC);
+      for (int key = 0; key < 8; ++key) {
+        uint8_t* start = k;
+        for (const Seg& seg : kRowKeys)
+          if (seg.key == key) k = Encode(k, r, seg);
+        sqlite3_bind_blob(s, key + 1, start, static_cast<int>(k - start), SQLITE_STATIC);
       }
       sqlite3_bind_blob(s, 9, r, kRowLen, SQLITE_STATIC);
       if (sqlite3_step(s) != SQLITE_DONE) state.SkipWithError("insert");
       sqlite3_reset(s);
     }
-    if (sqlite3_exec(db, "COMMIT", nullptr, nullptr, nullptr) != SQLITE_OK) {
+    if (sqlite3_exec(db, "COMMIT", nullptr, nullptr, nullptr) != SQLITE_OK)
       state.SkipWithError("commit");
-    }
     state.PauseTiming();
     sqlite3_finalize(s);
     sqlite3_close_v2(db);
@@ -404,19 +294,14 @@ void BM_InsertDirect(benchmark::State& state) {
 }
 
 void BM_InsertRecordManager(benchmark::State& state) {
-  const std::string dir = Dir("insert-ours");
   for (auto _ : state) {
     state.PauseTiming();
-    FreshRowFile(dir);
-    BtrvFile* f = nullptr;
-    Check(RealOpenBFile(&f, (dir + "/JRNLROW.DAT").c_str(), 0, 48, __FILE__, __LINE__), "open");
+    BtrvFile* f = OpenFile(Fill(Dir("insert-ours"), "JRNLROW.DAT", RowSpec(), 0), kOpenModeNormal);
     state.ResumeTiming();
     Check(bBeginBatchUpdate(f), "begin");
-    for (int i = 0; i < kInsertRows; ++i) {
-      if (!InsertRecord(f, kRowLen, &g_insert_rows[static_cast<size_t>(i) * kRowLen])) {
+    for (int i = 0; i < kInsertRows; ++i)
+      if (!InsertRecord(f, kRowLen, &g_insert_rows[static_cast<size_t>(i) * kRowLen]))
         state.SkipWithError("insert");
-      }
-    }
     if (!bEndBatchUpdate(f)) state.SkipWithError("end batch");
     state.PauseTiming();
     RealCloseFile(&f, __FILE__, __LINE__);
@@ -426,69 +311,49 @@ void BM_InsertRecordManager(benchmark::State& state) {
 }
 
 // Keeps the best items/s of every benchmark (over repetitions) for the ratio lines.
-class RatioReporter : public benchmark::ConsoleReporter {
- public:
+struct RatioReporter : benchmark::ConsoleReporter {
   void ReportRuns(const std::vector<Run>& runs) override {
     for (const Run& run : runs) {
-      if (run.run_type != Run::RT_Iteration || run.error_occurred) continue;
       auto it = run.counters.find("items_per_second");
-      if (it == run.counters.end()) continue;
-      std::string name = run.run_name.function_name;
-      best_[name] = std::max(best_[name], static_cast<double>(it->second));
+      if (run.run_type != Run::RT_Iteration || run.error_occurred || it == run.counters.end())
+        continue;
+      double& best = best_items_per_second[run.run_name.function_name];
+      best = std::max(best, static_cast<double>(it->second));
     }
     ConsoleReporter::ReportRuns(runs);
   }
-  // Ours / direct in time per operation.
-  double Ratio(const std::string& direct, const std::string& ours) const {
-    auto d = best_.find(direct);
-    auto o = best_.find(ours);
-    if (d == best_.end() || o == best_.end() || o->second <= 0) return -1;
-    return d->second / o->second;
-  }
-
- private:
-  std::map<std::string, double> best_;
+  std::map<std::string, double> best_items_per_second;
 };
 
 }  // namespace
 
-BENCHMARK(BM_ReadDirect)->Repetitions(3)->MinTime(0.5)->UseRealTime();
-BENCHMARK(BM_ReadRecordManager)->Repetitions(3)->MinTime(0.5)->UseRealTime();
-BENCHMARK(BM_WalkDirect)
-    ->Repetitions(3)
-    ->Iterations(1)
-    ->UseRealTime()
-    ->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_WalkRecordManager)
-    ->Repetitions(3)
-    ->Iterations(1)
-    ->UseRealTime()
-    ->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_InsertDirect)
-    ->Repetitions(3)
-    ->Iterations(1)
-    ->UseRealTime()
-    ->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_InsertRecordManager)
-    ->Repetitions(3)
-    ->Iterations(1)
-    ->UseRealTime()
-    ->Unit(benchmark::kMillisecond);
+// The reads run for a while each; the walk and the inserts are one pass per repetition.
+void Timed(benchmark::internal::Benchmark* b) { b->Repetitions(3)->MinTime(0.5)->UseRealTime(); }
+void OnePass(benchmark::internal::Benchmark* b) {
+  b->Repetitions(3)->Iterations(1)->UseRealTime()->Unit(benchmark::kMillisecond);
+}
+BENCHMARK(BM_ReadDirect)->Apply(Timed);
+BENCHMARK(BM_ReadRecordManager)->Apply(Timed);
+BENCHMARK(BM_WalkDirect)->Apply(OnePass);
+BENCHMARK(BM_WalkRecordManager)->Apply(OnePass);
+BENCHMARK(BM_InsertDirect)->Apply(OnePass);
+BENCHMARK(BM_InsertRecordManager)->Apply(OnePass);
 
 int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
   char pattern[] = "/tmp/rm-bench-XXXXXX";
   Check(mkdtemp(pattern) != nullptr, "mkdtemp");
   g_root = pattern;
-  BuildMaster();
-  BuildWalk();
-  g_insert_rows = MakeRows(kInsertRows, 7);
+  BuildFiles();
   RatioReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
   std::filesystem::remove_all(g_root);
-  std::printf("ratio read %.2f\n", reporter.Ratio("BM_ReadDirect", "BM_ReadRecordManager"));
-  std::printf("ratio walk %.2f\n", reporter.Ratio("BM_WalkDirect", "BM_WalkRecordManager"));
-  std::printf("ratio insert %.2f\n", reporter.Ratio("BM_InsertDirect", "BM_InsertRecordManager"));
+  for (std::string what : {"Read", "Walk", "Insert"}) {  // ours / direct in time per operation
+    const double direct = reporter.best_items_per_second["BM_" + what + "Direct"],
+                 ours = reporter.best_items_per_second["BM_" + what + "RecordManager"];
+    what[0] = static_cast<char>(std::tolower(what[0]));
+    std::printf("ratio %s %.2f\n", what.c_str(), direct > 0 && ours > 0 ? direct / ours : -1.0);
+  }
   benchmark::Shutdown();
   return 0;
 }

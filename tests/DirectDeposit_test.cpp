@@ -4,24 +4,17 @@
 
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
-#include "utility.h"
-
 namespace {
 
-CDirectDepositAccount SampleAccount() {
-  CDirectDepositAccount account;
-  std::memset(&account, 0, sizeof(account));
-  account.AccountCode = 2;
-  std::strcpy(account.AccountNumber, "000123456789");
-  std::strcpy(account.RoutingNumber, "021000021");
-  std::memset(account.FurtherData, 0x5A, sizeof(account.FurtherData));
-  MakeDate(3, 15, 2024, account.AccountDate);
-  account.AccountValue = 250.75;
-  return account;
-}
+using Bools = std::vector<bool>;
+
+// Account code 2, the two numbers, no override, no further data, 15 March 2024, 250.75.
+const CDirectDepositAccount kSample = {2,  "000123456789", "021000021", 0,
+                                       {}, {15, 3, 2024},  250.75,      0};
 
 // A host class that supplies only the two pure operations: the library's checks stay.
 class HostInfo : public CDirectDepositAccountInfo {
@@ -35,73 +28,57 @@ class HostInfo : public CDirectDepositAccountInfo {
 // A host class with bank checks of its own, logging the order of the calls.
 class BankInfo : public HostInfo {
  public:
-  using HostInfo::HostInfo;
   bool ValidateRountingNbr(CDirectDepositAccount& a) override {
-    log += "R";
-    return std::strlen(a.RoutingNumber) == 9;
+    return log += 'R', a.RoutingNumber[8];
   }
-  bool ValidateBankAcntNbr(CDirectDepositAccount&) override {
-    log += "A";
-    return true;
-  }
+  bool ValidateBankAcntNbr(CDirectDepositAccount&) override { return log += 'A', true; }
   std::string log;
 };
 
 TEST(DirectDepositTest, EqualityIsExactAndEquivIgnoresTheDate) {
-  const CDirectDepositAccount a = SampleAccount();
-  CDirectDepositAccount b = a;
-  std::memset(b.FurtherData, 0, sizeof(b.FurtherData));  // never compared
-  EXPECT_TRUE(a == b);
+  CDirectDepositAccount b = kSample;
+  std::memset(b.FurtherData, 0x5A, sizeof(b.FurtherData));  // never compared
+  EXPECT_TRUE(kSample == b);
   b.AccountDate.day = 16;
-  EXPECT_TRUE(a != b);
-  EXPECT_TRUE(a.Equiv(b));
-  EXPECT_TRUE(HostInfo(a) != HostInfo(b) && HostInfo(a).Equiv(HostInfo(b)));
+  EXPECT_TRUE(kSample != b && kSample.Equiv(b));
+  EXPECT_TRUE(HostInfo(kSample) != HostInfo(b) && HostInfo(kSample).Equiv(HostInfo(b)));
   b.AccountValue += 0.001;  // values compare exactly
-  EXPECT_FALSE(a.Equiv(b));
+  EXPECT_FALSE(kSample.Equiv(b));
 
   // Only the first 17 characters of the account number and 9 of the routing number count.
-  CDirectDepositAccount c = a, d = a;
+  CDirectDepositAccount c = kSample;
   std::memcpy(c.AccountNumber, "12345678901234567X", 18);
-  std::memcpy(d.AccountNumber, "12345678901234567Y", 18);
   std::memcpy(c.RoutingNumber, "021000021A", 10);
-  std::memcpy(d.RoutingNumber, "021000021B", 10);
-  EXPECT_TRUE(c == d);
-  d.AccountNumber[16] = '8';
-  EXPECT_FALSE(c.Equiv(d));
-  d = c;
-  d.RoutingNumber[8] = '2';
-  EXPECT_FALSE(c.Equiv(d));
+  CDirectDepositAccount d = c, e = c, f = c;
+  d.AccountNumber[17] = d.RoutingNumber[9] = 'Y';
+  e.AccountNumber[16] = f.RoutingNumber[8] = '8';
+  EXPECT_EQ((Bools{c == d, c.Equiv(e), c.Equiv(f)}), (Bools{true, false, false}));
 }
 
 TEST(DirectDepositTest, CopiesAndInitCoverEveryField) {
-  const CDirectDepositAccount a = SampleAccount();
-  HostInfo info;
-  info.Init();
-  const CDirectDepositAccount zero{};
-  EXPECT_EQ(std::memcmp(&info.Account(), &zero, sizeof(zero)), 0);
-  info = a;
-  CDirectDepositAccount out;
+  CDirectDepositAccount a = kSample, out, zero = {};
+  a.FurtherData[15] = 0x5A;  // further data included
   std::memset(&out, 0xFF, sizeof(out));
-  out = info;
-  EXPECT_EQ(std::memcmp(&out, &a, sizeof(a)), 0);  // further data included
+  HostInfo info;
+  out = info = a;  // into the wrapper and out again
+  EXPECT_EQ(std::memcmp(&out, &a, sizeof(a)), 0);
+  info.Init();
+  EXPECT_EQ(std::memcmp(&info.Account(), &zero, sizeof(zero)), 0);
 }
 
 TEST(DirectDepositTest, TransmitNeedsTheOverrideOrTheHostsChecks) {
-  CDirectDepositAccount account = SampleAccount();
-  HostInfo plain(account);
-  EXPECT_FALSE(plain.EnoughDataToTransmit(account));  // the library's checks reject all
-  account.TransmitReady = 1;
-  account.AccountNumber[0] = '\0';
-  EXPECT_TRUE(plain.EnoughDataToTransmit(account));
-
+  CDirectDepositAccount account = kSample, ready = kSample, cut = kSample, none = kSample;
+  ready.TransmitReady = 1;  // the override, whatever the numbers
+  ready.AccountNumber[0] = '\0';
+  cut.RoutingNumber[8] = '\0';   // a short routing number fails the check: no account check
+  none.RoutingNumber[0] = '\0';  // a missing number fails before any check
+  HostInfo plain;                // the library's own checks reject every account
   BankInfo bank;
   CDirectDepositAccountInfo& base = bank;  // called virtually, as payroll calls it
-  account = SampleAccount();
-  EXPECT_TRUE(base.EnoughDataToTransmit(account));
-  account.RoutingNumber[8] = '\0';  // routing check fails: the account check is skipped
-  EXPECT_FALSE(base.EnoughDataToTransmit(account));
-  account.RoutingNumber[0] = '\0';  // a missing number fails before any check
-  EXPECT_FALSE(base.EnoughDataToTransmit(account));
+  EXPECT_EQ((Bools{plain.EnoughDataToTransmit(account), plain.EnoughDataToTransmit(ready),
+                   base.EnoughDataToTransmit(account), base.EnoughDataToTransmit(cut),
+                   base.EnoughDataToTransmit(none)}),
+            (Bools{false, true, true, false, false}));
   EXPECT_EQ(bank.log, "RAR");
 }
 

@@ -1,16 +1,16 @@
 // The general file and its settings cache: default records, reads served from memory,
 // another process's writes and locks, the write handle, the accessors, the printed flags
 // and the assertion reporter.
-#include <fcntl.h>
-#include <poll.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <string>
 #include <vector>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "CHART.h"
@@ -24,6 +24,15 @@ namespace {
 
 time_t g_now = 1000000;
 using Ints = std::vector<int>;
+using Strs = std::vector<std::string>;
+
+int Date(const DatesType& d) { return d.year * 10000 + d.month * 100 + d.day; }
+Ints Bits(const uint8_t* set) {
+  Ints on;
+  for (int p = 0; p < 48; ++p)
+    if ((set[p / 8] >> (p % 8)) & 1) on.push_back(p);
+  return on;
+}
 
 class GeneralTest : public CompanyTest {
  protected:
@@ -42,13 +51,11 @@ class GeneralTest : public CompanyTest {
     SetClock(nullptr);
     CurVersion = "";
   }
-  // The record as stored, read through a handle of the test's own.
-  GeneralDataType Stored(ModuleType kind) {
-    GeneralDataType rec;
-    std::memset(&rec, 0, sizeof(rec));
+  GeneralDataType Stored(ModuleType kind) {  // through a handle of the test's own
+    GeneralDataType rec = {};
+    rec.Kind = static_cast<uint16_t>(kind);
     BtrvFile* f = nullptr;
     EXPECT_TRUE(RealOpenBFileOwner(&f, GeneralFileName, kOpenModeReadOnly, 1, csTheOwner, "t", 1));
-    rec.Kind = static_cast<uint16_t>(kind);
     EXPECT_TRUE(GetFileEqual(f, 0, kGeneralRecordSize, &rec, 0));
     RealCloseFile(&f, "t", 1);
     return rec;
@@ -65,95 +72,39 @@ class GeneralTest : public CompanyTest {
     EXPECT_EQ(GetGeneralDataPtr(nullptr, &rec, kind, kGenReadForReading, false), 1);
     return rec;
   }
+  bool ReadGoesToStore(ModuleType kind, GeneralDataType* expected) {  // reads for reading
+    uint64_t before = StoreCallCount();
+    EXPECT_EQ(Read(kind), expected);
+    return StoreCallCount() != before;
+  }
 };
 
-int Date(const DatesType& d) { return d.year * 10000 + d.month * 100 + d.day; }
-bool Bit(const uint8_t* set, int bit) { return (set[bit / 8] >> (bit % 8)) & 1; }
-Ints Bits(const uint8_t* set) {
-  Ints on;
-  for (int p = 0; p < 48; ++p) {
-    if (Bit(set, p)) on.push_back(p);
-  }
-  return on;
+// Another user: this program again in a child process with its own store connections and locks.
+// It reads the general-ledger record for update, stores value at offset 902 or (kLock) keeps it
+// locked, makes the file "ready" and holds on until its input closes; pclose answers its exit.
+constexpr int kLock = -1;
+FILE* OtherUser(int value) {
+  std::string command = "GEN_OTHER=" + std::to_string(value) + " " +
+                        std::filesystem::read_symlink("/proc/self/exe").string() +
+                        " --gtest_filter=GeneralOtherUser.DISABLED_Run"
+                        " --gtest_also_run_disabled_tests >/dev/null";
+  FILE* child = popen(command.c_str(), "w");
+  for (int i = 0; i < 3000 && unlink("ready") != 0; ++i) usleep(10000);
+  return child;
 }
-
-// Another user: this program started again in a child process (its own store connections
-// and locks). "write902" stores value at the general-ledger record's offset 902 and ends;
-// "lock" holds the general-ledger record locked until Finish.
-class OtherUser {
- public:
-  OtherUser(const std::string& dir, const std::string& action, int value) {
-    int ready[2], go[2];
-    if (pipe(ready) != 0 || pipe(go) != 0) return;
-    std::vector<std::string> env = {
-        "GEN_DIR=" + dir, "GEN_ACTION=" + action, "GEN_VALUE=" + std::to_string(value),
-        "GEN_FDS=" + std::to_string(ready[1]) + " " + std::to_string(go[0])};
-    std::vector<char*> envp;
-    for (std::string& e : env) envp.push_back(e.data());
-    envp.push_back(nullptr);
-    char* argv[] = {const_cast<char*>("/proc/self/exe"),
-                    const_cast<char*>("--gtest_filter=GeneralOtherUser.DISABLED_Run"),
-                    const_cast<char*>("--gtest_also_run_disabled_tests"), nullptr};
-    pid_ = fork();
-    if (pid_ == 0) {
-      int null_fd = open("/dev/null", O_WRONLY);
-      dup2(null_fd, STDOUT_FILENO);
-      execve(argv[0], argv, envp.data());
-      _exit(127);
-    }
-    close(ready[1]);
-    close(go[0]);
-    ready_ = ready[0];
-    go_ = go[1];
-  }
-  ~OtherUser() { Finish(); }
-  // Waits (30 seconds at most) until the child has done its part.
-  bool WaitReady() {
-    pollfd p = {ready_, POLLIN, 0};
-    char c = 0;
-    return poll(&p, 1, 30000) == 1 && read(ready_, &c, 1) == 1;
-  }
-  // Lets the child end; answers its exit code.
-  int Finish() {
-    if (pid_ <= 0) return -1;
-    char c = 'G';
-    int status = 0;
-    if (write(go_, &c, 1) != 1 || waitpid(pid_, &status, 0) != pid_) status = -1;
-    pid_ = 0;
-    close(ready_);
-    close(go_);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  }
-
- private:
-  pid_t pid_ = -1;
-  int ready_ = -1, go_ = -1;
-};
 
 TEST(GeneralOtherUser, DISABLED_Run) {
-  if (std::getenv("GEN_DIR") == nullptr) GTEST_SKIP();
-  std::string action = std::getenv("GEN_ACTION");
-  int ready = -1, go = -1;
-  ASSERT_EQ(std::sscanf(std::getenv("GEN_FDS"), "%d %d", &ready, &go), 2);
-  ASSERT_EQ(chdir(std::getenv("GEN_DIR")), 0);
-  g_szCompanyPath = std::getenv("GEN_DIR");
+  if (std::getenv("GEN_OTHER") == nullptr) GTEST_SKIP();
+  const int value = std::atoi(std::getenv("GEN_OTHER"));
+  g_szCompanyPath = std::filesystem::current_path().c_str();
   GeneralDataType* rec = nullptr;
   ASSERT_EQ(GetGeneralDataPtr(nullptr, &rec, MOD_GL, kGenReadForUpdate, true), 1);
-  rec->GL.Setting902 = static_cast<uint16_t>(std::atoi(std::getenv("GEN_VALUE")));
-  if (action == "write902") {
-    ASSERT_EQ(WrtGeneralDataPtr(nullptr, rec, 1, 0), 1);
-  }
-  char c = 'R';
-  ASSERT_EQ(write(ready, &c, 1), 1);
-  ASSERT_EQ(read(go, &c, 1), 1);
-  if (action == "lock") WrtGeneralDataPtr(nullptr, rec, 0, 0);
+  rec->GL.Setting902 = static_cast<uint16_t>(value);
+  ASSERT_TRUE(value == kLock || WrtGeneralDataPtr(nullptr, rec, 1, 0) == 1);
+  std::fclose(std::fopen("ready", "w"));
+  while (std::getchar() != EOF) continue;
+  if (value == kLock) WrtGeneralDataPtr(nullptr, rec, 0, 0);
   DeallocGeneralRecReadPtr();
-}
-
-void OtherUserWrites902(const std::string& dir, int value) {
-  OtherUser other(dir, "write902", value);
-  ASSERT_TRUE(other.WaitReady());
-  EXPECT_EQ(other.Finish(), 0);
 }
 
 TEST_F(GeneralTest, NewFileHoldsEightDefaultRecordsInCreationOrder) {
@@ -165,61 +116,39 @@ TEST_F(GeneralTest, NewFileHoldsEightDefaultRecordsInCreationOrder) {
   RealCloseFile(&f, "t", 1);
   EXPECT_EQ(kinds, (Ints{4, 3, 5, 1, 2, 6, 7, 8}));
 
-  GeneralDataType gl = Stored(MOD_GL);
-  EXPECT_STREQ(gl.GL.DataVersion, "24.01");
+  GeneralDataType gl = Stored(MOD_GL), ar = Stored(MOD_AR), inv = Stored(MOD_INV);
+  const FromTo* cal = gl.GL.Calendar;  // the history year, then the two open years
+  ItemdataType* levels = inv.INV.PriceLevels;
   EXPECT_EQ((Ints{gl.GL.CurrentPeriod, gl.GL.PeriodsPerYear, gl.GL.FiscalYear, gl.GL.Setting400,
-                  gl.GL.Setting900}),
-            (Ints{15, 12, 1997, 1, 5}));
-  const FromTo* cal = gl.GL.Calendar;
-  EXPECT_EQ((Ints{Date(cal[1].from), Date(cal[1].to), Date(cal[2].to), Date(cal[12].to),
-                  Date(cal[15].from), Date(cal[26].to), Date(cal[30].to), Date(cal[40].to)}),
-            (Ints{19960101, 19970131, 19960229, 19961231, 19970101, 19971231, 19980228, 19981231}));
-  for (int p : {0, 13, 14, 27, 28, 41}) EXPECT_EQ(Date(cal[p].from) + Date(cal[p].to), 0) << p;
-
-  GeneralDataType ar = Stored(MOD_AR);
-  EXPECT_EQ(+ar.AR.Aging[3].Days, 999);
-  EXPECT_STREQ(ar.AR.Aging[3].Caption, "Over 90 days");
-  EXPECT_STREQ(ar.AR.SalesTax[0].Description, "Regular");
-  EXPECT_STREQ(ar.AR.SalesTax[25].Description, "Exempt - Freight");
-  EXPECT_STREQ(ar.AR.Numbering1834, "m10001");
-  EXPECT_STREQ(Stored(MOD_AP).AP.Numbering309, "m101");
-  GeneralDataType pr = Stored(MOD_PR);
-  EXPECT_STREQ(pr.PR.GrossName, "Gross");
-  EXPECT_STREQ(pr.PR.PayTypes[2].Name, "Special");
-  GeneralDataType inv = Stored(MOD_INV);
-  EXPECT_STREQ(inv.INV.PriceLevels[9].Name, "Price Level 10");
-  EXPECT_EQ((Ints{inv.INV.PriceLevels[9].Number, inv.INV.PriceLevels[9].Value19,
-                  static_cast<int>(inv.INV.PriceLevels[9].Value55)}),
-            (Ints{10, 3, 1}));
+                  gl.GL.Setting900, ar.AR.Aging[3].Days, levels[9].Number, levels[9].Value19,
+                  IndexItemDefData(9, levels), IndexItemDefData(10, levels)}),
+            (Ints{15, 12, 1997, 1, 5, 999, 10, 3, 9, -1}));
+  EXPECT_EQ((Ints{Date(cal[1].from), Date(cal[2].to), Date(cal[12].to), Date(cal[15].from),
+                  Date(cal[30].to), Date(cal[40].to), Date(cal[14].to), Date(cal[28].from)}),
+            (Ints{19960101, 19960229, 19961231, 19970101, 19980228, 19981231, 0, 0}));
   EXPECT_EQ(
-      (Ints{IndexItemDefData(0, inv.INV.PriceLevels), IndexItemDefData(9, inv.INV.PriceLevels),
-            IndexItemDefData(10, inv.INV.PriceLevels), IndexItemDefData(-1, inv.INV.PriceLevels)}),
-      (Ints{0, 9, -1, -1}));
-
-  // A second fill stops at its first insert (kind 4 exists) with 5501.
-  EXPECT_EQ(InitGeneralFile(), 0);
+      (Strs{gl.GL.DataVersion.s, ar.AR.Aging[3].Caption.s, ar.AR.SalesTax[25].Description.s,
+            ar.AR.Numbering1834.s, Stored(MOD_PR).PR.PayTypes[2].Name.s, levels[9].Name.s}),
+      (Strs{"24.01", "Over 90 days", "Exempt - Freight", "m10001", "Special", "Price Level 10"}));
+  EXPECT_EQ(InitGeneralFile(), 0);  // a second fill stops at its first insert (kind 4 exists)
   EXPECT_EQ(messages_.Numbers(), Ints{5501});
 }
 
 TEST_F(GeneralTest, ReadForReadingIsServedFromMemory) {
   GeneralDataType* first = Read(MOD_GL);
-  EXPECT_EQ(Current.PeriodsPerYear, 12);
-  uint64_t before = StoreCallCount();
-  for (int i = 0; i < 100; ++i) EXPECT_EQ(Read(MOD_GL), first);
-  EXPECT_EQ(StoreCallCount(), before);
+  for (int i = 0; i < 10; ++i) EXPECT_FALSE(ReadGoesToStore(MOD_GL, first));
   ClearGeneralCache();  // read again, into the same buffer
-  EXPECT_EQ(Read(MOD_GL), first);
-  EXPECT_GT(StoreCallCount(), before);
+  EXPECT_TRUE(ReadGoesToStore(MOD_GL, first));
 }
 
 TEST_F(GeneralTest, AnotherUsersWriteSeenAfterAMinuteOrAtOnceWhenForced) {
   EXPECT_EQ(+Read(MOD_GL)->GL.Setting902, 0);
-  OtherUserWrites902(dir(), 77);
+  EXPECT_EQ(pclose(OtherUser(77)), 0);
   g_now += 30;
   EXPECT_EQ(+Read(MOD_GL)->GL.Setting902, 0);
   g_now += 30;  // a minute since the first read
   EXPECT_EQ(+Read(MOD_GL)->GL.Setting902, 77);
-  OtherUserWrites902(dir(), 78);
+  EXPECT_EQ(pclose(OtherUser(78)), 0);
   EXPECT_EQ(+Read(MOD_GL)->GL.Setting902, 77);
   ForceReadGeneralRecord();
   EXPECT_EQ(+Read(MOD_GL)->GL.Setting902, 78);
@@ -227,41 +156,29 @@ TEST_F(GeneralTest, AnotherUsersWriteSeenAfterAMinuteOrAtOnceWhenForced) {
 }
 
 TEST_F(GeneralTest, RecordBeingEditedIsNeverMarkedStale) {
-  GeneralDataType* terms = Read(MOD_AR);
-  GeneralDataType* edit = nullptr;
+  GeneralDataType *terms = Read(MOD_AR), *edit = nullptr;
   ASSERT_EQ(GetGeneralDataPtr(nullptr, &edit, MOD_GL, kGenReadForUpdate, false), 1);
-  EXPECT_EQ(GenFileInUse(), 1);
   edit->GL.Setting902 = 5;  // not yet written
   ForceReadGeneralRecord();
   g_now += 120;
-  uint64_t before = StoreCallCount();
-  EXPECT_EQ(Read(MOD_AR), terms);  // the clean record is read again
-  EXPECT_GT(StoreCallCount(), before);
-  before = StoreCallCount();
-  EXPECT_EQ(Read(MOD_GL), edit);  // the edited one is handed out as it stands
+  EXPECT_TRUE(ReadGoesToStore(MOD_AR, terms));  // the clean record is read again
+  EXPECT_FALSE(ReadGoesToStore(MOD_GL, edit));  // the edited one is handed out as it stands
   EXPECT_EQ(+edit->GL.Setting902, 5);
-  EXPECT_EQ(StoreCallCount(), before);
   ASSERT_EQ(WrtGeneralDataPtr(nullptr, edit, 1, 0), 1);
-  EXPECT_EQ(GenFileInUse(), 0);
-  EXPECT_EQ(+Stored(MOD_GL).GL.Setting902, 5);
+  EXPECT_EQ((Ints{GenFileInUse(), Stored(MOD_GL).GL.Setting902}), (Ints{0, 5}));
 }
 
 TEST_F(GeneralTest, RecordLockedByAnotherProcessIsRefusedQuietly) {
-  OtherUser other(dir(), "lock", 0);
-  ASSERT_TRUE(other.WaitReady());
-  GeneralDataType* cached = Read(MOD_GL);  // reading is not blocked by the lock
-  GeneralDataType* rec = nullptr;
+  FILE* other = OtherUser(kLock);
+  GeneralDataType *cached = Read(MOD_GL), *rec = nullptr;  // reading is not blocked
   EXPECT_EQ(GetGeneralDataPtr(nullptr, &rec, MOD_GL, kGenReadForUpdate, true), 0);
   EXPECT_TRUE(rec != nullptr && rec != cached);  // the scratch buffer
   EXPECT_EQ(GenFileInUse(), 0);
   EXPECT_TRUE(messages_.shown().empty());
-  // Unsuppressed, only the record manager's own prompt comes (answered Cancel).
   EXPECT_EQ(GetGeneralDataPtr(nullptr, &rec, MOD_GL, kGenReadForUpdate, false), 0);
-  EXPECT_EQ(messages_.Numbers(), Ints{20084});
-  uint64_t before = StoreCallCount();
-  EXPECT_EQ(Read(MOD_GL), cached);  // marked stale by the failure: read again
-  EXPECT_GT(StoreCallCount(), before);
-  EXPECT_EQ(other.Finish(), 0);
+  EXPECT_EQ(messages_.Numbers(), Ints{20084});   // unsuppressed: the record manager's prompt
+  EXPECT_TRUE(ReadGoesToStore(MOD_GL, cached));  // marked stale by the failure
+  EXPECT_EQ(pclose(other), 0);
   ASSERT_EQ(GetGeneralDataPtr(nullptr, &rec, MOD_GL, kGenReadForUpdate, true), 1);
   EXPECT_EQ(WrtGeneralDataPtr(nullptr, rec, 0, 0), 1);
 }
@@ -274,17 +191,12 @@ TEST_F(GeneralTest, SharedWriteHandleEditsAndRefusesASecondWriter) {
   EXPECT_EQ(GetGeneralDataPtr(nullptr, &rec, MOD_AR, kGenReadForUpdate, false), 0);
   EXPECT_EQ(messages_.Numbers(), (Ints{5503, 5503}));
   EXPECT_EQ(messages_.Last().style & MB_BUTTONS_MASK, MB_RETRYCANCEL);
-
   ASSERT_EQ(GetGeneralDataPtr(nullptr, &rec, MOD_GL, kGenReadThroughWriteHandle, false), 1);
   rec->GL.LastAccount = 9;
   EXPECT_EQ(WrtGeneralDataPtr(nullptr, rec, 1, 1), 1);
-  EXPECT_EQ(GenFileInUse(), 1);  // stays open for further edits
-  EXPECT_EQ(+Stored(MOD_GL).GL.LastAccount, 9);
-  EXPECT_EQ(CloseGeneralFile(), 1);
-  EXPECT_EQ(CloseGeneralFile(), 0);
-
-  // Through the caller's own handle.
-  BtrvFile* f = nullptr;
+  EXPECT_EQ((Ints{GenFileInUse(), Stored(MOD_GL).GL.LastAccount}), (Ints{1, 9}));  // stays open
+  EXPECT_EQ((Ints{CloseGeneralFile(), CloseGeneralFile()}), (Ints{1, 0}));
+  BtrvFile* f = nullptr;  // through the caller's own handle
   ASSERT_TRUE(RealOpenBFileOwner(&f, GeneralFileName, 0, 1, csTheOwner, "t", 1));
   ASSERT_EQ(GetGeneralDataPtrNoOpen(f, &rec, MOD_AP, kGenReadForUpdate), 1);
   rec->AP.ControlAccount = 3;
@@ -294,92 +206,71 @@ TEST_F(GeneralTest, SharedWriteHandleEditsAndRefusesASecondWriter) {
   EXPECT_EQ(GetGeneralDataPtrNoOpen(nullptr, &rec, MOD_GL, 0), 0);
 }
 
-TEST_F(GeneralTest, FiscalYearZeroReadsAs1997OnEveryPath) {
+TEST_F(GeneralTest, FiscalYearZeroReadsAs1997AndUnknownKindsAnswer5502) {
   EditRecord(MOD_GL, [](GeneralDataType& r) { r.GL.FiscalYear = 0; });
-  EXPECT_EQ(+Stored(MOD_GL).GL.FiscalYear, 0);
-  EXPECT_EQ(+Read(MOD_GL)->GL.FiscalYear, 1997);  // the copy the write left in the cache
+  EXPECT_EQ((Ints{Stored(MOD_GL).GL.FiscalYear, Read(MOD_GL)->GL.FiscalYear}), (Ints{0, 1997}));
   DeallocGeneralRecReadPtr();
   Current.FiscalYear = 0;
-  EXPECT_EQ(+Read(MOD_GL)->GL.FiscalYear, 1997);
-  EXPECT_EQ(Current.FiscalYear, 1997);
+  EXPECT_EQ((Ints{Read(MOD_GL)->GL.FiscalYear, Current.FiscalYear}), (Ints{1997, 1997}));
   GeneralDataType* rec = nullptr;
   ASSERT_EQ(GetGeneralDataPtr(nullptr, &rec, MOD_GL, kGenReadForUpdate, false), 1);
   EXPECT_EQ(+rec->GL.FiscalYear, 1997);
   EXPECT_EQ(WrtGeneralDataPtr(nullptr, rec, 0, 0), 1);
-}
-
-TEST_F(GeneralTest, KindsWithoutARecordAnswerTheScratchBufferWith5502) {
-  GeneralDataType* rec = nullptr;
-  EXPECT_EQ(GetGeneralDataPtr(nullptr, &rec, static_cast<ModuleType>(9), 0, false), 0);
-  EXPECT_NE(rec, nullptr);
-  EXPECT_EQ(GetGeneralDataPtr(nullptr, &rec, static_cast<ModuleType>(12), 0, false), 0);
-  EXPECT_EQ(GetGeneralDataPtr(nullptr, nullptr, static_cast<ModuleType>(-1), 0, false), 0);
+  const auto kind = [](int k) { return static_cast<ModuleType>(k); };
+  rec = nullptr;  // kinds without a record hand out the scratch buffer
+  EXPECT_EQ((Ints{GetGeneralDataPtr(nullptr, &rec, kind(9), 0, false),
+                  GetGeneralDataPtr(nullptr, &rec, kind(12), 0, false),
+                  GetGeneralDataPtr(nullptr, nullptr, kind(-1), 0, false), rec != nullptr}),
+            (Ints{0, 0, 0, 1}));
   EXPECT_EQ(messages_.Numbers(), (Ints{5502, 5502, 5502}));
 }
 
 TEST_F(GeneralTest, TermsTaxTypesAndAccounts) {
-  TermsType terms;
-  std::memset(&terms, 0xAB, sizeof(terms));
-  EXPECT_EQ(GetStdTerms(&terms, MOD_PR), 0);
-  EXPECT_EQ(terms.raw[0], 0xAB);  // left alone
+  TermsType terms = {{0xAB}};
+  EXPECT_EQ((Ints{GetStdTerms(&terms, MOD_PR), terms.raw[0]}), (Ints{0, 0xAB}));  // left alone
   EditRecord(MOD_AP, [](GeneralDataType& r) { r.AP.StdTerms.raw[5] = 30; });
-  EXPECT_EQ(GetStdTerms(&terms, MOD_AP), 1);
-  EXPECT_EQ(terms.raw[5], 30);
-
+  EXPECT_EQ((Ints{GetStdTerms(&terms, MOD_AP), terms.raw[5]}), (Ints{1, 30}));
   // Taxable takes a zero-based type, the other two a one-based one.
   EXPECT_EQ((Ints{IsSalesTaxTaxable(0), IsSalesTaxTaxable(1), IsSalesTaxTaxable(26),
-                  IsSalesTaxTaxable(-1)}),
-            (Ints{1, 0, 0, 0}));
-  EXPECT_EQ((Ints{IsValidSalesTaxableType(0), IsValidSalesTaxableType(1),
+                  IsSalesTaxTaxable(-1), IsValidSalesTaxableType(0), IsValidSalesTaxableType(1),
                   IsValidSalesTaxableType(25), IsValidSalesTaxableType(26)}),
-            (Ints{0, 1, 1, 0}));
+            (Ints{1, 0, 0, 0, 0, 1, 1, 0}));
   FixedString<31> text;
-  EXPECT_EQ(SetItemTaxDesc(1, text), 1);
-  EXPECT_STREQ(text, "Regular");
   EXPECT_EQ(SetItemTaxDesc(26, text), 0);
+  EXPECT_TRUE(SetItemTaxDesc(1, text) && std::string(text) == "Regular");
   EditRecord(MOD_AR, [](GeneralDataType& r) { r.AR.SalesTax[3].Description.Clear(); });
   char standard[21] = {};
   LoadStringA(nullptr, 4406, standard, sizeof(standard));
-  EXPECT_EQ(SetItemTaxDesc(4, text), 1);
-  EXPECT_STREQ(text, standard);
+  EXPECT_TRUE(SetItemTaxDesc(4, text) && std::string(text) == standard);
   EXPECT_STREQ(Stored(MOD_AR).AR.SalesTax[3].Description, "");  // only the cache has it
 
+  int32_t last = -1;
+  vGetLastAcct(last);  // none stored, no cash account: the bank-rec default says so
+  EXPECT_EQ(last, 0);
+  EXPECT_EQ(messages_.Numbers(), Ints{1913});
   BtrvFile* chart = nullptr;
   ASSERT_TRUE(RealOpenBFileOwner(&chart, ChartName, 0, 2, csTheOwner, "t", 1));
   AccountType account = {};
   account.ID = "1100";
-  account.Type = 1;
-  AssignGUID(account.Guid);
   ASSERT_TRUE(InsertRecord(chart, sizeof(account), &account));
   RealCloseFile(&chart, "t", 1);
   const int32_t number = account.RecordNumber;
   FixedString<16> id;
   EXPECT_EQ(GetARAcnt(id), 0);
   EditRecord(MOD_AR, [&](GeneralDataType& r) { r.AR.ControlAccount = number; });
-  EXPECT_EQ(GetARAcnt(id), 1);
-  EXPECT_STREQ(id, "1100");
-
-  int32_t last = -1;
-  vGetLastAcct(last);  // none stored, no cash account: the bank-rec default says so
-  EXPECT_EQ(last, 0);
-  EXPECT_EQ(messages_.Numbers(), Ints{1913});
+  EXPECT_TRUE(GetARAcnt(id) && std::string(id) == "1100");
   vSetLastAcct(number);
   vGetLastAcct(last);
-  EXPECT_EQ(last, number);
-  EXPECT_EQ(+Stored(MOD_GL).GL.LastAccount, number);
+  EXPECT_EQ((Ints{last, Stored(MOD_GL).GL.LastAccount}), (Ints{number, number}));
 }
 
 TEST_F(GeneralTest, PrintedFlagsAndRangesExcludeTheEndPeriod) {
   SetGLPrintedEx(0, 20);  // unprinted from 20 through the later open year
-  Ints expected;
-  for (int p = 20; p <= 40; ++p) {
-    if (p != 27 && p != 28) expected.push_back(p);
-  }
-  EXPECT_EQ(Bits(Stored(MOD_GL).GL.GLNotPrinted), expected);
+  EXPECT_EQ(Bits(Stored(MOD_GL).GL.GLNotPrinted),
+            (Ints{20, 21, 22, 23, 24, 25, 26, 29, 30, 31, 32, 33, 34, 35, 36, 37, 38, 39, 40}));
   SetGLPrintedEx(1, 22);
   SetGLRangePrintedEx(23, 35);
   EXPECT_EQ(Bits(Stored(MOD_GL).GL.GLNotPrinted), (Ints{20, 21, 35, 36, 37, 38, 39, 40}));
-
   SetJrnlNotPrinted(3, 16);
   SetJrnlNotPrinted(14, 17);
   SetJrnlRangePrinted(15, 16);
@@ -388,9 +279,7 @@ TEST_F(GeneralTest, PrintedFlagsAndRangesExcludeTheEndPeriod) {
   GeneralDataType gl = Stored(MOD_GL);
   EXPECT_EQ(Bits(gl.GL.JournalNotPrinted[3]), Ints{});
   EXPECT_EQ(Bits(gl.GL.JournalNotPrinted[14]), Ints{});
-
-  // Printing a printed period, or a journal that does not exist, writes nothing.
-  int64_t before = 0, after = 0;
+  int64_t before = 0, after = 0;  // printing a printed period or no journal writes nothing
   ASSERT_TRUE(ZORDataFileExists(GeneralFileName, &before));
   SetJrnlPrinted(3, 16);
   SetJrnlNotPrinted(15, 16);
@@ -402,28 +291,22 @@ TEST_F(GeneralTest, PrintedFlagsAndRangesExcludeTheEndPeriod) {
 
 TEST(GeneralAssertTest, ReportShowsWhereAndAnswersRetryOrIgnore) {
   ScriptedMessages messages;
-  messages.Answer(IDRETRY);
-  messages.Answer(IDIGNORE);
+  for (int answer : {IDRETRY, IDIGNORE}) messages.Answer(answer);
   EXPECT_TRUE(ZORAssertFailed("Basics/journldb.cpp", 412, "rows > 0"));
   EXPECT_FALSE(ZORAssertFailed(nullptr, 0, nullptr));
   ASSERT_EQ(messages.shown().size(), 2u);
-  const HostMessage& shown = messages.shown()[0];
-  EXPECT_EQ(shown.style, MB_ABORTRETRYIGNORE | MB_ICONSTOP);
-  EXPECT_EQ(shown.text.rfind("Debug Assertion Failed!", 0), 0u);
-  for (const char* part : {"File:\tBasics/journldb.cpp", "Line:\t412", "Code:\trows > 0",
-                           "GetLastError: ", "(Press Retry to debug the application)"}) {
-    EXPECT_NE(shown.text.find(part), std::string::npos) << part;
-  }
+  EXPECT_EQ(messages.shown()[0].style, MB_ABORTRETRYIGNORE | MB_ICONSTOP);
+  EXPECT_THAT(messages.shown()[0].text,
+              ::testing::MatchesRegex("Debug Assertion Failed!.*File:\tBasics/journldb.cpp.*"
+                                      "Line:\t412.*Code:\trows > 0.*GetLastError: .*"
+                                      "\\(Press Retry to debug the application\\).*"));
 }
 
 TEST(GeneralAssertDeathTest, AbortEndsTheProcessWithExitCodeMinusOne) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_EXIT(
-      {
-        SetMessageHandler([](const HostMessage&) { return IDABORT; });
-        ZORAssertFailed("x.cpp", 1, "false");
-      },
-      ::testing::ExitedWithCode(255), "");
+  ScriptedMessages messages;
+  messages.SetDefaultAnswer(IDABORT);
+  EXPECT_EXIT(ZORAssertFailed("x.cpp", 1, "false"), ::testing::ExitedWithCode(255), "");
 }
 
 }  // namespace

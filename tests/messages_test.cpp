@@ -1,8 +1,9 @@
-// Messages and string resources by number: every number the library uses has an English
-// text, inserts are filled safely whatever the call supplies, the answer comes from the
-// host's handler or, without one, is the choice that changes nothing.
+// Messages and strings by number: every number the library uses has a text, inserts are filled
+// safely, and the answer is the handler's or, without one, the choice that changes nothing.
 #include <cstring>
+#include <regex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -20,54 +21,38 @@ std::string LoadString(unsigned id, int capacity = 256) {
   return buffer.data();
 }
 
-TEST(MessageTable, EveryNumberTheLibraryUsesHasAText) {
-  const int messages[] = {801,  804,  1913, 2200,  2203,  2204,  2533,  2400,  2417,  2477, 2493,
-                          2507, 2508, 2509, 2510,  2550,  2551,  4482,  4484,  4493,  4497, 5500,
-                          5501, 5502, 5503, 10320, 10321, 15603, 15604, 15703, 15704, 20258};
-  for (int number : messages) {
-    ASSERT_NE(MessageText(number), nullptr) << number;
-    EXPECT_GT(std::strlen(MessageText(number)), 10u) << number;
-  }
-  for (int status : {2, 3, 4, 5, 6, 8, 9, 10, 12, 18, 22, 25, 43, 46, 51, 59, 80, 84, 85}) {
-    const char* text = MessageText(20000 + status);
-    ASSERT_NE(text, nullptr) << status;
-    EXPECT_NE(std::strstr(text, "%s"), nullptr) << "names the file: " << status;
-  }
-  EXPECT_NE(MessageText(20077), nullptr) << "other statuses have a generic text";
-  for (int journal = 310; journal <= 323; ++journal) {
-    ASSERT_NE(MessageText(journal), nullptr) << journal;
-    EXPECT_LT(std::strlen(MessageText(journal)), 29u) << journal;
-  }
-  EXPECT_STREQ(MessageText(311), "General Journal");
-  EXPECT_STREQ(MessageText(310), "Cash Disbursements Journal");
-  EXPECT_EQ(MessageText(12345), nullptr);
+std::string Text(int number) { return MessageText(number) ? MessageText(number) : ""; }
+bool Fits(const std::string& text, size_t width) { return !text.empty() && text.size() <= width; }
 
-  const unsigned strings[] = {806, 807, 2206, 2207, 2208, 2236, 2252, 2253, 4406, 10106, 15706};
+TEST(MessageTable, EveryNumberTheLibraryUsesHasATextCopiedWithinTheBuffer) {
+  const int numbers[] = {801,  804,  1913, 2200,  2203,  2204,  2533,  2400,  2417,  2477, 2493,
+                         2507, 2508, 2509, 2510,  2550,  2551,  4482,  4484,  4493,  4497, 5500,
+                         5501, 5502, 5503, 10320, 10321, 15603, 15604, 15703, 15704, 20258};
+  for (int number : numbers) EXPECT_GT(Text(number).size(), 10u) << number;
+  // Every status the record manager reports names the file; other statuses a generic text.
+  const int statuses[] = {2, 3, 4, 5, 6, 8, 9, 10, 12, 18, 22, 25, 43, 46, 51, 59, 77, 80, 84, 85};
+  for (int s : statuses) EXPECT_NE(Text(20000 + s).find("%s"), std::string::npos) << s;
+  for (int j = 310; j <= 323; ++j) EXPECT_TRUE(Fits(Text(j), 28)) << "journal name " << j;
+  EXPECT_EQ(Text(310), "Cash Disbursements Journal");
+  EXPECT_EQ(Text(311), "General Journal");
+  EXPECT_EQ(MessageText(12345), nullptr);
+  const unsigned strings[] = {806, 807, 2206, 2207, 2208, 15706};
   for (unsigned id : strings) EXPECT_FALSE(LoadString(id).empty()) << id;
-  for (unsigned id = 2220; id <= 2236; ++id) {
-    EXPECT_FALSE(LoadString(id).empty()) << id;
-    EXPECT_LE(LoadString(id).size(), 30u) << id;
-  }
-  EXPECT_EQ(LoadString(2220), "Cash");
-  EXPECT_EQ(LoadString(2230), "Equity - Does Not Close");
-  EXPECT_EQ(LoadString(2235), "Expenses");
-  EXPECT_EQ(LoadString(2252), "Increase");
-  EXPECT_EQ(LoadString(2253), "Decrease");
-  EXPECT_LE(LoadString(10106).size(), 15u);
-  EXPECT_LE(LoadString(4406).size(), 20u);
+  for (unsigned id = 2220; id <= 2236; ++id) EXPECT_TRUE(Fits(LoadString(id), 30)) << id;
+  const std::pair<unsigned, const char*> texts[] = {
+      {2220, "Cash"}, {2235, "Expenses"}, {2252, "Increase"}, {2253, "Decrease"}};
+  for (const auto& [id, text] : texts) EXPECT_EQ(LoadString(id), text);
+  EXPECT_TRUE(Fits(LoadString(10106), 15) && Fits(LoadString(4406), 20));
 
   // Only %s and %ld mark inserts in the table, so the filler understands every text.
   size_t count = 0;
   const NumberedText* table = MessageTable(&count);
+  const std::regex insert("%s|%ld");
   for (size_t i = 0; i < count; ++i) {
-    for (const char* p = std::strchr(table[i].text, '%'); p; p = std::strchr(p + 1, '%')) {
-      EXPECT_TRUE(std::strncmp(p, "%s", 2) == 0 || std::strncmp(p, "%ld", 3) == 0)
-          << table[i].number << ": " << table[i].text;
-    }
+    std::string rest = std::regex_replace(table[i].text, insert, "");
+    EXPECT_EQ(rest.find('%'), std::string::npos) << table[i].number << ": " << table[i].text;
   }
-}
-
-TEST(MessageTable, LoadStringCopiesWithinTheBuffer) {
+  // LoadStringA copies within the buffer.
   EXPECT_EQ(LoadString(2221, 9), "Accounts");
   EXPECT_EQ(LoadString(2221, 1), "");
   EXPECT_EQ(LoadString(99999), "");
@@ -79,63 +64,41 @@ TEST(MessageTable, LoadStringCopiesWithinTheBuffer) {
 
 TEST(Messages, InsertsAreFilledWhateverTheCallSupplies) {
   ScriptedMessages messages;
-  MessageWithString(MB_ICONEXCLAMATION, 2203, "1100");
-  EXPECT_EQ(messages.Last().text, "Account 1100 was not found.");
-  EXPECT_EQ(messages.Last().number, 2203);
-  EXPECT_EQ(messages.Last().style, MB_ICONEXCLAMATION);
-
-  MessageWithCard(MB_ICONEXCLAMATION, 2551, "WIDGET", "GADGET");
-  EXPECT_EQ(messages.Last().text, "Items WIDGET and GADGET have the same UPC/SKU.");
-  MessageWithPara(MB_ICONEXCLAMATION, 5502, 4);
-  EXPECT_EQ(messages.Last().text, "A general record could not be read (record kind 4).");
-
+  // The text of the message that the call in the argument showed.
+  auto shown = [&messages](int) { return messages.Last().text; };
+  EXPECT_EQ(shown(MessageWithString(MB_OK, 2203, "1100")), "Account 1100 was not found.");
+  EXPECT_EQ(shown(MessageWithCard(MB_OK, 2551, "WIDGET", "GADGET")),
+            "Items WIDGET and GADGET have the same UPC/SKU.");
+  EXPECT_EQ(shown(MessageWithPara(MB_OK, 5502, 4)),
+            "A general record could not be read (record kind 4).");
   // Calls that supply other inserts than the text asks for: shown, never read past.
-  MessageWithPara(MB_ICONEXCLAMATION, 2203, -17);
-  EXPECT_EQ(messages.Last().text, "Account -17 was not found.");
-  MessageWithString(MB_ICONEXCLAMATION, 5501, "%s%s%n");
-  EXPECT_NE(messages.Last().text.find("status %s%s%n)"), std::string::npos);
-  Message(MB_ICONEXCLAMATION, 2551);
-  EXPECT_EQ(messages.Last().text, "Items  and  have the same UPC/SKU.");
-  MessageWithString(MB_ICONEXCLAMATION, 2203, nullptr);
-  EXPECT_EQ(messages.Last().text, "Account  was not found.");
-
-  MessageWithCard(MB_OK, 424242, "a", "b");
-  EXPECT_EQ(messages.Last().text, "Message 424242: a, b");
-  Message(MB_OK, 424243);
-  EXPECT_EQ(messages.Last().text, "Message 424243");
-
-  MessageWithString(MB_RETRYCANCEL, 20085, "CHART.DAT");
-  EXPECT_NE(messages.Last().text.find("CHART.DAT is in use"), std::string::npos);
-  MessageWithString(MB_RETRYCANCEL, 20077, "CHART.DAT");
-  EXPECT_NE(messages.Last().text.find("CHART.DAT"), std::string::npos);
-  EXPECT_NE(messages.Last().text.find("status 77"), std::string::npos);
-
-  MessageBoxText(MB_OK, "100% plain");
-  EXPECT_EQ(messages.Last().text, "100% plain");
-  EXPECT_EQ(messages.Last().number, 0);
+  EXPECT_EQ(shown(MessageWithPara(MB_OK, 2203, -17)), "Account -17 was not found.");
+  EXPECT_NE(shown(MessageWithString(MB_OK, 5501, "%s%s%n")).find("status %s%s%n)"),
+            std::string::npos);
+  EXPECT_EQ(shown(Message(MB_OK, 2551)), "Items  and  have the same UPC/SKU.");
+  EXPECT_EQ(shown(MessageWithString(MB_OK, 2203, nullptr)), "Account  was not found.");
+  EXPECT_EQ(shown(MessageWithCard(MB_OK, 424242, "a", "b")), "Message 424242: a, b");
+  EXPECT_EQ(shown(MessageWithString(MB_OK, 20077, "CHART.DAT")),
+            "The record manager could not use the data file CHART.DAT. (record manager status 77)");
+  EXPECT_EQ(shown(MessageBoxText(MB_OK, "100% plain")), "100% plain");
 }
 
 TEST(Messages, AnswerComesFromTheHandlerOrTheDefaultForTheStyle) {
-  {
-    ScriptedMessages messages;
-    messages.Answer(IDYES);
-    messages.Answer(IDRETRY);
-    EXPECT_EQ(MessageWithString(MB_YESNO | MB_ICONQUESTION, 2204, "1100"), IDYES);
-    EXPECT_EQ(Message(MB_RETRYCANCEL, 20258), IDRETRY);
-    EXPECT_EQ(messages.Numbers(), (std::vector<int>{2204, 20258}));
-  }
   // No handler: the text goes to standard error and the answer changes nothing.
+  const unsigned question = MB_YESNO | MB_ICONQUESTION, retry = MB_RETRYCANCEL | MB_ICONSTOP;
+  const std::pair<unsigned, int> defaults[] = {
+      {MB_ICONINFORMATION, IDOK}, {question, IDNO},  {MB_YESNOCANCEL, IDNO},
+      {MB_OKCANCEL, IDCANCEL},    {retry, IDCANCEL}, {MB_ABORTRETRYIGNORE, IDIGNORE}};
   testing::internal::CaptureStderr();
-  EXPECT_EQ(Message(MB_ICONINFORMATION, 1913), IDOK);
-  EXPECT_EQ(Message(MB_ICONEXCLAMATION, 2200), IDOK);
-  EXPECT_EQ(MessageWithString(MB_YESNO | MB_ICONQUESTION, 804, "J1"), IDNO);
-  EXPECT_EQ(MessageWithString(MB_YESNOCANCEL, 804, "J1"), IDNO);
-  EXPECT_EQ(Message(MB_RETRYCANCEL | MB_ICONEXCLAMATION, 5503), IDCANCEL);
-  EXPECT_EQ(Message(MB_OKCANCEL, 5503), IDCANCEL);
-  EXPECT_EQ(MessageBoxText(MB_ABORTRETRYIGNORE | MB_ICONSTOP, "assert"), IDIGNORE);
-  std::string written = testing::internal::GetCapturedStderr();
-  EXPECT_NE(written.find("No cash account"), std::string::npos);
-  EXPECT_NE(written.find("Project J1 is inactive"), std::string::npos);
+  for (auto [style, answer] : defaults) EXPECT_EQ(MessageWithString(style, 804, "J1"), answer);
+  EXPECT_NE(testing::internal::GetCapturedStderr().find("J1 is inactive"), std::string::npos);
+
+  ScriptedMessages messages;
+  messages.Answer(IDYES);
+  messages.Answer(IDRETRY);
+  EXPECT_EQ(MessageWithString(MB_YESNO | MB_ICONQUESTION, 2204, "1100"), IDYES);
+  EXPECT_EQ(Message(MB_RETRYCANCEL, 20258), IDRETRY);
+  EXPECT_EQ(messages.Numbers(), (std::vector<int>{2204, 20258}));
 
   // A handler may itself show a message (a host that logs through the library).
   int depth = 0;
@@ -149,19 +112,14 @@ TEST(Messages, AnswerComesFromTheHandlerOrTheDefaultForTheStyle) {
 }
 
 TEST(Broadcasts, DeliveredSynchronouslyToTheHandler) {
-  BroadcastMessage(1181, 1, nullptr);  // no handler: nothing happens
   std::vector<unsigned> seen;
-  int payload = 7;
-  SetBroadcastHandler([&](unsigned message, uintptr_t wparam, const void* lparam) {
-    seen.push_back(message);
-    EXPECT_EQ(wparam, 42u);
-    EXPECT_EQ(lparam, &payload);
+  SetBroadcastHandler([&seen](unsigned message, uintptr_t wparam, const void* lparam) {
+    if (wparam == 42 && lparam == &seen) seen.push_back(message);
   });
-  BroadcastMessage(1182, 42, &payload);
-  BroadcastMessage(1183, 42, &payload);
+  BroadcastMessage(1182, 42, &seen);
   SetBroadcastHandler(nullptr);
-  BroadcastMessage(1181, 42, &payload);
-  EXPECT_EQ(seen, (std::vector<unsigned>{1182, 1183}));
+  BroadcastMessage(1181, 42, &seen);  // no handler: nothing happens
+  EXPECT_EQ(seen, (std::vector<unsigned>{1182}));
 }
 
 }  // namespace

@@ -1,10 +1,6 @@
-// Batches (whole or nothing, across files of one directory and across processes),
-// injected store faults, damaged stores, change times, deletion, diagnostics and use
-// from several threads.
-#include <fcntl.h>
-
+// Batches (whole or nothing, across files of a directory and across processes), change
+// times, injected store faults, damaged stores, deletion and use from several threads.
 #include <fstream>
-#include <map>
 #include <string>
 #include <thread>
 #include <vector>
@@ -18,16 +14,20 @@ namespace {
 constexpr uint16_t kHdrLen = 16;  // number (s32 unique), post order (u32 unique), 8 more
 constexpr uint16_t kRowLen = 12;  // post order (u32 dup), line (s16), amount (s32)
 
+// The journal's header and row files, open as hdr_ and row_, on a store whose calls fail
+// as plan_ says (none until armed).
 class BatchTest : public RecordManagerTest {
  protected:
   void SetUp() override {
     RecordManagerTest::SetUp();
-    SpecBuilder hdr(kHdrLen);
-    hdr.Key({{1, 4, kExtInteger}}).Key({{5, 4, kExtUnsignedBinary}}, kKeyModifiable);
-    SpecBuilder row(kRowLen);
-    row.Key({{1, 4, kExtUnsignedBinary}}, kKeyDuplicates | kKeyModifiable);
-    ASSERT_EQ(ZORCreateFile(hdr.get(), 0, Path("JRNLHDR.DAT").c_str()), 1);
-    ASSERT_EQ(ZORCreateFile(row.get(), 0, Path("JRNLROW.DAT").c_str()), 1);
+    rm::SetBackendDecorator([plan = plan_](std::unique_ptr<rm::Backend> inner) {
+      return rm::WrapWithFaults(std::move(inner), plan);
+    });
+    hdr_spec_.Key({{1, 4, kExtInteger}}).Key({{5, 4, kExtUnsignedBinary}}, kKeyModifiable);
+    row_spec_.Key({{1, 4, kExtUnsignedBinary}}, kKeyDuplicates | kKeyModifiable);
+    ASSERT_EQ(Create(hdr_spec_.get(), "JRNLHDR.DAT"), kStatusOk);
+    ASSERT_EQ(Create(row_spec_.get(), "JRNLROW.DAT"), kStatusOk);
+    OpenPair();
   }
   void OpenPair() {
     hdr_ = Open("JRNLHDR.DAT");
@@ -37,417 +37,249 @@ class BatchTest : public RecordManagerTest {
     Close(row_);
     Close(hdr_);
   }
-  void TearDown() override {
-    if (row_ != nullptr) Close(row_);
-    if (hdr_ != nullptr) Close(hdr_);
-    RecordManagerTest::TearDown();
+  // Headers * 100 + rows, as this process sees them, or as a process of its own does.
+  int Counts() { return NumRecsInFile(hdr_) * 100 + NumRecsInFile(row_); }
+  int CountsElsewhere() {
+    return RunInChild([&] {
+      hdr_ = TryOpen("JRNLHDR.DAT", kOpenModeReadOnly);
+      row_ = TryOpen("JRNLROW.DAT", kOpenModeReadOnly);
+      return hdr_ && row_ ? Counts() : 255;
+    });
   }
-  // One transaction: a header and n rows, written inside a batch on both files.
-  // Answers false at the first failing call (the batch is then left open).
+  // One transaction: a header and n rows. Answers false at the first failing call (a
+  // batch is then left open).
   bool WriteTransaction(int32_t number, int rows) {
+    const uint32_t post = static_cast<uint32_t>(number) * 10;
     Rec h(kHdrLen);
-    h.Put<int32_t>(0, number).Put<uint32_t>(4, static_cast<uint32_t>(number) * 10);
-    if (!InsertRecord(hdr_, h.size(), h.data())) return false;
+    if (!InsertRecord(hdr_, h.size(), h.Put(0, number).Put(4, post).data())) return false;
     for (int i = 0; i < rows; ++i) {
       Rec r(kRowLen);
-      r.Put<uint32_t>(0, static_cast<uint32_t>(number) * 10)
-          .Put<int16_t>(4, static_cast<int16_t>(i + 1))
-          .Put<int32_t>(6, number * 100 + i);
+      r.Put(0, post).Put(4, static_cast<int16_t>(i + 1)).Put(6, number * 100 + i);
       if (!InsertRecord(row_, r.size(), r.data())) return false;
     }
     return true;
   }
-  // Every record of a file in physical order, with its position, as text.
-  std::string Dump(BtrvFile* f, uint16_t len) {
+  // Both files' records in physical order with their positions, and the status that
+  // ended each walk, read through fresh handles.
+  std::string Dump() {
     std::string out;
-    Rec r(len);
-    BtrvFile* g = nullptr;
-    // A fresh handle starts the physical walk at the first record.
-    EXPECT_EQ(RealOpenBFile(&g, GetName(f).c_str(), 0, 0, __FILE__, __LINE__), 1);
-    while (StepDirect(g, r.size(), r.data())) {
-      out += std::to_string(PhysicalPosition(g)) + ":";
-      for (uint8_t b : r.b) out += std::to_string(b) + ",";
-      out += ";";
+    for (auto [name, len] :
+         {std::pair{"JRNLHDR.DAT", kHdrLen}, std::pair{"JRNLROW.DAT", kRowLen}}) {
+      BtrvFile* g = Open(name);
+      Rec r(len);
+      while (StepDirect(g, r.size(), r.data()))
+        out += std::to_string(PhysicalPosition(g)) + ":" + std::string(r.b.begin(), r.b.end());
+      out += std::to_string(GetErrorCode(g)) + "|";
+      Close(g);
     }
-    EXPECT_EQ(GetErrorCode(g), kStatusEndOfFile);
-    Close(g);
     return out;
   }
-  std::string GetName(BtrvFile* f) { return f == hdr_ ? Path("JRNLHDR.DAT") : Path("JRNLROW.DAT"); }
-  // Counts the records of a file from another process (another connection).
-  int CountElsewhere(const std::string& name) {
-    return RunInChild([&] {
-      BtrvFile* g = nullptr;
-      if (!RealOpenBFile(&g, Path(name).c_str(), kOpenModeReadOnly, 0, __FILE__, __LINE__)) {
-        return 200;
-      }
-      int n = NumRecsInFile(g);
-      RealCloseFile(&g, __FILE__, __LINE__);
-      return n;
-    });
+  // The time of the file's last committed change (-1 when there is no such file).
+  int64_t Changed(const char* name) const {
+    int64_t t = -1;
+    return ZORDataFileExists(Path(name).c_str(), &t) ? t : -1;
   }
 
-  BtrvFile* hdr_ = nullptr;
-  BtrvFile* row_ = nullptr;
+  std::shared_ptr<rm::FaultPlan> plan_ = std::make_shared<rm::FaultPlan>();
+  SpecBuilder hdr_spec_{kHdrLen}, row_spec_{kRowLen};
+  BtrvFile*& hdr_ = f_;
+  BtrvFile*& row_ = g_;
 };
 
 TEST_P(BatchTest, BatchCommitsWholeAtItsLastEnd) {
-  OpenPair();
-  ASSERT_TRUE(bBeginBatchUpdate(hdr_));
-  ASSERT_TRUE(bBeginBatchUpdate(row_));  // joins the batch of the same store
+  const int64_t t0 = Changed("JRNLROW.DAT");
+  ASSERT_TRUE(bBeginBatchUpdate(hdr_) && bBeginBatchUpdate(row_));  // one batch of the store
   ASSERT_TRUE(WriteTransaction(1, 3));
-  // The writing process sees its own writes; others see nothing yet.
-  EXPECT_EQ(NumRecsInFile(row_), 3);
-  EXPECT_EQ(CountElsewhere("JRNLROW.DAT"), 0);
-  ASSERT_TRUE(bEndBatchUpdate(row_));
-  EXPECT_EQ(CountElsewhere("JRNLHDR.DAT"), 0);  // the outer batch is still open
-  ASSERT_TRUE(bEndBatchUpdate(hdr_));
-  EXPECT_EQ(CountElsewhere("JRNLHDR.DAT"), 1);
-  EXPECT_EQ(CountElsewhere("JRNLROW.DAT"), 3);
-  EXPECT_FALSE(bEndBatchUpdate(hdr_));
-  EXPECT_EQ(GetErrorCode(hdr_), kStatusNoBatch);
-
+  // This process sees its writes at once; others, and the change time, at the outer end,
+  // the same time for every process.
+  EXPECT_EQ((Ints{Counts(), CountsElsewhere(), bEndBatchUpdate(row_), CountsElsewhere(),
+                  Changed("JRNLROW.DAT") == t0, bEndBatchUpdate(hdr_), CountsElsewhere(),
+                  Changed("JRNLROW.DAT") > t0}),
+            (Ints{103, 0, 1, 0, true, 1, 103, true}));
+  const int64_t t1 = Changed("JRNLROW.DAT");
+  EXPECT_EQ(RunInChild([&] { return Changed("JRNLROW.DAT") == t1 ? 0 : 1; }), 0);
   // A failed write inside a batch fails alone; the batch goes on and commits the rest.
   ASSERT_TRUE(bBeginBatchUpdate(hdr_));
-  EXPECT_FALSE(WriteTransaction(1, 1));  // header 1 exists already
-  EXPECT_EQ(GetErrorCode(hdr_), kStatusDuplicateKey);
-  ASSERT_TRUE(WriteTransaction(2, 2));
-  ASSERT_TRUE(bEndBatchUpdate(hdr_));
-  EXPECT_EQ(CountElsewhere("JRNLHDR.DAT"), 2);
-  EXPECT_EQ(CountElsewhere("JRNLROW.DAT"), 5);
-
-  // An abandoned batch leaves nothing, and the ends still to come answer 39.
-  ASSERT_TRUE(bBeginBatchUpdate(hdr_));
-  ASSERT_TRUE(bBeginBatchUpdate(row_));
-  ASSERT_TRUE(WriteTransaction(3, 4));
-  EXPECT_TRUE(bAbortBatchUpdate(row_));
-  EXPECT_FALSE(bEndBatchUpdate(row_));
-  EXPECT_EQ(GetErrorCode(row_), kStatusNoBatch);
-  EXPECT_EQ(NumRecsInFile(hdr_), 2);
-  EXPECT_EQ(NumRecsInFile(row_), 5);
-  EXPECT_FALSE(bAbortBatchUpdate(row_));
-
+  EXPECT_EQ(Why(WriteTransaction(1, 1), hdr_), kStatusDuplicateKey);  // header 1 exists
+  ASSERT_TRUE(WriteTransaction(2, 2) && bEndBatchUpdate(hdr_));
+  EXPECT_EQ(CountsElsewhere(), 205);
+  // An abandoned batch leaves nothing, not even a change time, and the ends still to come
+  // answer 39.
+  const int64_t t2 = Changed("JRNLROW.DAT");
+  ASSERT_TRUE(bBeginBatchUpdate(hdr_) && bBeginBatchUpdate(row_) && WriteTransaction(3, 4));
+  EXPECT_EQ((Ints{bAbortBatchUpdate(row_), Why(bEndBatchUpdate(row_), row_),
+                  Why(bAbortBatchUpdate(row_), row_), Counts(), Changed("JRNLROW.DAT") == t2}),
+            (Ints{1, 39, 39, 205, true}));
   // Closing the last handle of the store with a batch open abandons it too.
-  ASSERT_TRUE(bBeginBatchUpdate(hdr_));
-  ASSERT_TRUE(WriteTransaction(4, 1));
+  ASSERT_TRUE(bBeginBatchUpdate(hdr_) && WriteTransaction(4, 1));
   ClosePair();
   OpenPair();
-  EXPECT_EQ(NumRecsInFile(hdr_), 2);
-  EXPECT_EQ(NumRecsInFile(row_), 5);
+  EXPECT_EQ(Counts(), 205);
 }
 
 TEST_P(BatchTest, ProcessKilledInsideABatchLeavesNoneOfIt) {
-  OpenPair();
-  ASSERT_TRUE(bBeginBatchUpdate(hdr_));
-  ASSERT_TRUE(WriteTransaction(1, 2));
-  ASSERT_TRUE(bEndBatchUpdate(hdr_));
+  ASSERT_TRUE(bBeginBatchUpdate(hdr_) && WriteTransaction(1, 2) && bEndBatchUpdate(hdr_));
   ClosePair();
   ChildProcess child([&] {
     OpenPair();
     if (!bBeginBatchUpdate(hdr_) || !WriteTransaction(2, 3) || !bEndBatchUpdate(hdr_)) return 1;
     // The second batch is killed before its end; many rows so that some reach the log.
-    if (!bBeginBatchUpdate(hdr_) || !WriteTransaction(3, 2000)) return 2;
-    return 0;
+    return bBeginBatchUpdate(hdr_) && WriteTransaction(3, 2000) ? 0 : 2;
   });
-  ASSERT_TRUE(child.ready());
-  ASSERT_EQ(child.setup_code(), 0);
+  ASSERT_EQ(child.Answer(), 0);
   child.Kill();
   OpenPair();
-  EXPECT_EQ(NumRecsInFile(hdr_), 2);
-  EXPECT_EQ(NumRecsInFile(row_), 5);
-  Rec h(kHdrLen);
-  h.Put<int32_t>(0, 3);
-  EXPECT_FALSE(GetFileEqual(hdr_, 0, h.size(), h.data(), 0));
-  // The store takes writes again at once.
-  ASSERT_TRUE(WriteTransaction(3, 1));
-  EXPECT_EQ(NumRecsInFile(hdr_), 3);
+  EXPECT_EQ(Counts(), 205);
+  ASSERT_TRUE(WriteTransaction(3, 1));  // the store takes writes again at once
+  EXPECT_EQ(Counts(), 306);
 }
 
 TEST_P(BatchTest, FaultInsideABatchLeavesNothingOnceAbandoned) {
   // Fail the 1st, 2nd, ... store write of a batch that writes two transactions, updates
   // a header and deletes a row, until a run meets no fault. Each failed run abandons the
   // batch and must leave both files exactly as before.
-  auto plan = std::make_shared<rm::FaultPlan>();
-  rm::SetBackendDecorator([plan](std::unique_ptr<rm::Backend> inner) {
-    return rm::WrapWithFaults(std::move(inner), plan);
-  });
-  OpenPair();
   ASSERT_TRUE(WriteTransaction(1, 2));
-  const std::string hdr_before = Dump(hdr_, kHdrLen);
-  const std::string row_before = Dump(row_, kRowLen);
-  bool completed = false;
-  for (int nth = 1; nth < 40 && !completed; ++nth) {
-    plan->Arm(nth, kStatusIoError);
-    bool ok = bBeginBatchUpdate(hdr_) && bBeginBatchUpdate(row_) && WriteTransaction(2, 2) &&
-              WriteTransaction(3, 1);
-    Rec h(kHdrLen);
-    h.Put<int32_t>(0, 1);
-    ok = ok && GetFileEqual(hdr_, 0, h.size(), h.data(), 0);
-    h.Put<int32_t>(8, 77);
-    ok = ok && UpdateFile(hdr_, h.size(), h.data(), 0);
-    Rec r(kRowLen);
-    r.Put<uint32_t>(0, 10);
-    ok = ok && GetFileEqual(row_, 0, r.size(), r.data(), 0) &&
-         DeleteRecord(row_, r.size(), r.data());
-    ok = ok && bEndBatchUpdate(row_) && bEndBatchUpdate(hdr_);
-    if (!ok) {
-      EXPECT_GT(plan->failures.load(), 0) << nth;
-      bAbortBatchUpdate(hdr_);  // answers 39 when the commit itself failed: nothing open
-      plan->Disarm();
-      EXPECT_EQ(Dump(hdr_, kHdrLen), hdr_before) << "fault at store write " << nth;
-      EXPECT_EQ(Dump(row_, kRowLen), row_before) << "fault at store write " << nth;
-    } else {
-      completed = true;
-      plan->Disarm();
-      EXPECT_EQ(plan->failures.load(), 0);
-      EXPECT_EQ(NumRecsInFile(hdr_), 3);
-      EXPECT_EQ(NumRecsInFile(row_), 4);
-    }
+  const std::string before = Dump();
+  for (int nth = 1;; ++nth) {
+    ASSERT_LT(nth, 40);
+    plan_->Arm(nth, kStatusIoError);
+    Rec h(kHdrLen), r(kRowLen);
+    const bool ok =
+        bBeginBatchUpdate(hdr_) && bBeginBatchUpdate(row_) && WriteTransaction(2, 2) &&
+        WriteTransaction(3, 1) && GetFileEqual(hdr_, 0, h.size(), h.Put(0, 1).data(), 0) &&
+        UpdateFile(hdr_, h.size(), h.Put(8, 77).data(), 0) &&
+        GetFileEqual(row_, 0, r.size(), r.Put(0, 10u).data(), 0) &&
+        DeleteRecord(row_, 0, nullptr) && bEndBatchUpdate(row_) && bEndBatchUpdate(hdr_);
+    plan_->Disarm();
+    if (ok) break;
+    EXPECT_GT(plan_->failures.load(), 0) << nth;
+    bAbortBatchUpdate(hdr_);  // answers 39 when the commit itself failed: nothing open
+    EXPECT_EQ(Dump(), before) << "fault at store write " << nth;
   }
-  EXPECT_TRUE(completed);
+  EXPECT_EQ((Ints{plan_->failures.load(), Counts()}), (Ints{0, 304}));
+  // A row insert fails with disk full and the store undoes the whole batch by itself, as
+  // SQLite may: the rows after it must not commit one by one, and the end must fail.
+  ASSERT_TRUE(bBeginBatchUpdate(hdr_));
+  plan_->Arm(3, kStatusDiskFull, false, /*undo=*/true);  // header, row, then this row
+  EXPECT_EQ(Why(WriteTransaction(4, 3), row_), kStatusDiskFull);
+  plan_->Disarm();
+  Rec r(kRowLen);
+  EXPECT_EQ((Ints{Why(InsertRecord(row_, r.size(), r.data()), row_),
+                  Why(bEndBatchUpdate(hdr_), hdr_), Counts()}),
+            (Ints{18, 18, 304}));
+  ASSERT_TRUE(bBeginBatchUpdate(hdr_) && WriteTransaction(4, 3) && bEndBatchUpdate(hdr_));
+  EXPECT_EQ(Counts(), 407);  // the next batch starts clean
 }
 
 TEST_P(BatchTest, FaultOutsideABatchLeavesTheFileAsBefore) {
-  auto plan = std::make_shared<rm::FaultPlan>();
-  rm::SetBackendDecorator([plan](std::unique_ptr<rm::Backend> inner) {
-    return rm::WrapWithFaults(std::move(inner), plan);
-  });
-  OpenPair();
   ASSERT_TRUE(WriteTransaction(1, 2));
-  int64_t changed_before = 0;
-  ASSERT_TRUE(ZORDataFileExists(Path("JRNLHDR.DAT").c_str(), &changed_before));
+  const int64_t hdr_time = Changed("JRNLHDR.DAT"), row_time = Changed("JRNLROW.DAT");
+  const std::string before = Dump();  // reads, which change no time
   // Each write on its own is begin, the write, the change time, commit: fail each step.
   for (int op = 0; op < 3; ++op) {
     for (int nth = 1; nth <= 4; ++nth) {
-      const std::string before = Dump(hdr_, kHdrLen);
       Rec h(kHdrLen);
-      h.Put<int32_t>(0, 1);
-      ASSERT_TRUE(GetFileEqual(hdr_, 0, h.size(), h.data(), 0));
-      plan->Arm(nth, kStatusDiskFull);
-      uint8_t ok = 0;
-      if (op == 0) {
-        h.Put<int32_t>(0, 9).Put<uint32_t>(4, 90);
-        ok = InsertRecord(hdr_, h.size(), h.data());
-      } else if (op == 1) {
-        h.Put<int32_t>(8, 5);
-        ok = UpdateFile(hdr_, h.size(), h.data(), 0);
-      } else {
-        ok = DeleteRecord(hdr_, h.size(), h.data());
-      }
-      plan->Disarm();
-      EXPECT_FALSE(ok) << op << "/" << nth;
-      EXPECT_EQ(GetErrorCode(hdr_), kStatusDiskFull) << op << "/" << nth;
-      EXPECT_EQ(Dump(hdr_, kHdrLen), before) << op << "/" << nth;
-      int64_t changed = 0;
-      ASSERT_TRUE(ZORDataFileExists(Path("JRNLHDR.DAT").c_str(), &changed));
-      EXPECT_EQ(changed, changed_before) << op << "/" << nth;
+      ASSERT_TRUE(GetFileEqual(hdr_, 0, h.size(), h.Put(0, 1).data(), 0));
+      plan_->Arm(nth, kStatusDiskFull);
+      const uint8_t ok = op == 0   ? InsertRecord(hdr_, h.size(), h.Put(0, 9).Put(4, 90u).data())
+                         : op == 1 ? UpdateFile(hdr_, h.size(), h.Put(8, 5).data(), 0)
+                                   : DeleteRecord(hdr_, 0, nullptr);
+      plan_->Disarm();
+      EXPECT_EQ((Ints{Why(ok, hdr_), Dump() == before, Changed("JRNLHDR.DAT") == hdr_time}),
+                (Ints{18, true, true}))
+          << op << "/" << nth;
     }
   }
-  // A failed creation makes nothing either.
-  SpecBuilder spec(8);
-  spec.Key({{1, 4, kExtInteger}});
-  plan->Arm(2, kStatusIoError);
-  EXPECT_EQ(ZORCreateFile(spec.get(), 0, Path("NEW.DAT").c_str()), 0);
-  plan->Disarm();
-  EXPECT_FALSE(ZORDataFileExists(Path("NEW.DAT").c_str(), nullptr));
+  plan_->Arm(2, kStatusIoError);  // a failed creation makes nothing either
+  EXPECT_NE(Create(row_spec_.get(), "NEW.DAT"), kStatusOk);
+  plan_->Disarm();
+  EXPECT_EQ(Changed("NEW.DAT"), -1);
+  // Once a write goes through, the file's change time moves, and only that file's.
+  ASSERT_TRUE(WriteTransaction(9, 0));
+  EXPECT_EQ((Ints{Changed("JRNLHDR.DAT") > hdr_time, Changed("JRNLROW.DAT") == row_time}),
+            (Ints{true, true}));
 }
 
-TEST_P(BatchTest, BatchTheStoreUndidTakesNoMoreWrites) {
-  auto plan = std::make_shared<rm::FaultPlan>();
-  rm::SetBackendDecorator([plan](std::unique_ptr<rm::Backend> inner) {
-    return rm::WrapWithFaults(std::move(inner), plan);
-  });
+TEST_P(BatchTest, DeletedFileIsGoneUntilMadeAgainEmpty) {
+  ASSERT_TRUE(WriteTransaction(1, 2));
+  ClosePair();  // (deleting an open file answers 85, as replacing it does)
+  EXPECT_EQ(
+      (Ints{ZORDeleteFile(Path("jrnlrow.dat").c_str()), ZORDeleteFile(Path("JRNLROW.DAT").c_str()),
+            Changed("JRNLROW.DAT") == -1, Changed("JRNLHDR.DAT") > 0, OpenFails("JRNLROW.DAT")}),
+      (Ints{0, 12, true, true, 12}));
+  ASSERT_EQ(Create(row_spec_.get(), "JRNLROW.DAT"), kStatusOk);
   OpenPair();
-  ASSERT_TRUE(WriteTransaction(1, 1));
-  // The second row insert fails with disk full and the store undoes the whole batch, as
-  // SQLite may: the rows after it must not commit one by one, and the end must fail.
-  ASSERT_TRUE(bBeginBatchUpdate(hdr_));
-  plan->Arm(3, kStatusDiskFull, false, /*undo=*/true);  // header, row, then this row
-  EXPECT_FALSE(WriteTransaction(2, 3));
-  EXPECT_EQ(GetErrorCode(row_), kStatusDiskFull);
-  plan->Disarm();
-  Rec r(kRowLen);
-  r.Put<uint32_t>(0, 99);
-  EXPECT_FALSE(InsertRecord(row_, r.size(), r.data()));
-  EXPECT_EQ(GetErrorCode(row_), kStatusDiskFull);
-  EXPECT_FALSE(bEndBatchUpdate(hdr_));
-  EXPECT_EQ(GetErrorCode(hdr_), kStatusDiskFull);
-  EXPECT_EQ(NumRecsInFile(hdr_), 1);
-  EXPECT_EQ(NumRecsInFile(row_), 1);
-  // The next batch starts clean.
-  ASSERT_TRUE(bBeginBatchUpdate(hdr_));
-  ASSERT_TRUE(WriteTransaction(2, 3));
-  ASSERT_TRUE(bEndBatchUpdate(hdr_));
-  EXPECT_EQ(NumRecsInFile(row_), 4);
-}
-
-TEST_P(BatchTest, ChangeTimesFollowCommitsOnly) {
-  OpenPair();
-  int64_t t0 = 0;
-  int64_t t1 = 0;
-  ASSERT_TRUE(ZORDataFileExists(Path("JRNLROW.DAT").c_str(), &t0));
-  ASSERT_TRUE(WriteTransaction(1, 1));
-  ASSERT_TRUE(ZORDataFileExists(Path("JRNLROW.DAT").c_str(), &t1));
-  EXPECT_GT(t1, t0);
-  int64_t hdr_time = 0;
-  ASSERT_TRUE(ZORDataFileExists(Path("JRNLHDR.DAT").c_str(), &hdr_time));
-  // Inside a batch nothing moves until its end; then both files take the commit's time.
-  ASSERT_TRUE(bBeginBatchUpdate(row_));
-  Rec r(kRowLen);
-  r.Put<uint32_t>(0, 10);
-  ASSERT_TRUE(InsertRecord(row_, r.size(), r.data()));
-  int64_t t2 = 0;
-  ASSERT_TRUE(ZORDataFileExists(Path("JRNLROW.DAT").c_str(), &t2));
-  EXPECT_EQ(t2, t1);
-  ASSERT_TRUE(bEndBatchUpdate(row_));
-  ASSERT_TRUE(ZORDataFileExists(Path("JRNLROW.DAT").c_str(), &t2));
-  EXPECT_GT(t2, t1);
-  int64_t hdr_after = 0;
-  ASSERT_TRUE(ZORDataFileExists(Path("JRNLHDR.DAT").c_str(), &hdr_after));
-  EXPECT_EQ(hdr_after, hdr_time);  // not written in the batch
-  // Reads change nothing; another process sees the same time.
-  ASSERT_TRUE(GetFileLowest(row_, 0, r.size(), r.data(), 0));
-  int64_t t3 = 0;
-  ASSERT_TRUE(ZORDataFileExists(Path("JRNLROW.DAT").c_str(), &t3));
-  EXPECT_EQ(t3, t2);
-  EXPECT_EQ(RunInChild([&] {
-              int64_t seen = 0;
-              return ZORDataFileExists(Path("JRNLROW.DAT").c_str(), &seen) && seen == t2 ? 0 : 1;
-            }),
-            0);
-}
-
-TEST_P(BatchTest, DeleteFileAndDiagnostics) {
-  OpenPair();
-  const uint64_t calls = StoreCallCount();
-  Rec r(kRowLen);
-  EXPECT_FALSE(GetFileLowest(row_, 0, r.size(), r.data(), 0));
-  EXPECT_GT(StoreCallCount(), calls);
-  std::vector<OpenHandleInfo> open = ListOpenHandles();
-  ASSERT_EQ(open.size(), 2u);
-  EXPECT_EQ(open[0].fileName, Path("JRNLHDR.DAT"));
-  EXPECT_NE(open[0].srcFile.find("record_manager_test_support.h"), std::string::npos);
-  EXPECT_GT(open[0].srcLine, 0);
-  EXPECT_EQ(OpenHandleCount(), 2u);
-  EXPECT_EQ(ZORDeleteFile(Path("JRNLROW.DAT").c_str()), kStatusFileInUse);
-  ClosePair();
-  EXPECT_EQ(ZORDeleteFile(Path("jrnlrow.dat").c_str()), kStatusOk);
-  EXPECT_EQ(ZORDeleteFile(Path("JRNLROW.DAT").c_str()), kStatusFileNotFound);
-  EXPECT_FALSE(ZORDataFileExists(Path("JRNLROW.DAT").c_str(), nullptr));
-  EXPECT_TRUE(ZORDataFileExists(Path("JRNLHDR.DAT").c_str(), nullptr));
-  BtrvFile* g = nullptr;
-  EXPECT_EQ(RealOpenBFile(&g, Path("JRNLROW.DAT").c_str(), 0, 0, __FILE__, __LINE__), 0);
-  EXPECT_EQ(GetErrorCode(nullptr), kStatusFileNotFound);
-  // Made again, it is a new, empty file.
-  SpecBuilder row(kRowLen);
-  row.Key({{1, 4, kExtUnsignedBinary}}, kKeyDuplicates);
-  ASSERT_EQ(ZORCreateFile(row.get(), 0, Path("JRNLROW.DAT").c_str()), 1);
-  g = Open("JRNLROW.DAT");
-  EXPECT_EQ(NumRecsInFile(g), 0);
-  Close(g);
+  EXPECT_EQ(Counts(), 100);
 }
 
 TEST_P(BatchTest, DamagedStoresAnswerErrorsNotCrashes) {
-  OpenPair();
   ASSERT_TRUE(bBeginBatchUpdate(hdr_));
-  for (int i = 0; i < 2000; ++i) ASSERT_TRUE(WriteTransaction(i + 1, 0));
+  for (int i = 1; i <= 2000; ++i) ASSERT_TRUE(WriteTransaction(i, 0));
   ASSERT_TRUE(bEndBatchUpdate(hdr_));
   ClosePair();
   const std::string db = Path("records.db");
-  std::string original;
-  {
-    std::ifstream in(db, std::ios::binary);
-    original.assign(std::istreambuf_iterator<char>(in), {});
-  }
+  std::ifstream in(db, std::ios::binary);
+  const std::string original{std::istreambuf_iterator<char>(in), {}};
   ASSERT_GT(original.size(), 8192u);
-  auto write = [&](const std::string& bytes) {
-    std::ofstream out(db, std::ios::binary | std::ios::trunc);
-    out << bytes;
-    out.close();
+  // Puts bytes in place of the store, walks the header file by key and physically, and
+  // inserts a record: answers whether some call reported an error (an open 2 or 12 only).
+  auto reports_error = [&](const std::string& bytes) {
+    std::ofstream(db, std::ios::binary | std::ios::trunc) << bytes;
     std::remove((db + "-wal").c_str());
     std::remove((db + "-shm").c_str());
-  };
-  // Reads everything it can; answers true when some call reported an error.
-  auto reports_error = [&]() {
-    BtrvFile* g = nullptr;
-    if (!RealOpenBFile(&g, Path("JRNLHDR.DAT").c_str(), 0, 0, __FILE__, __LINE__)) {
-      uint16_t st = GetErrorCode(nullptr);
-      return st == kStatusIoError || st == kStatusFileNotFound;
-    }
-    bool error = false;
+    BtrvFile* g = TryOpen("JRNLHDR.DAT");
+    if (g == nullptr) return GetErrorCode(nullptr) == 2 || GetErrorCode(nullptr) == 12;
     Rec r(kHdrLen);
     int n = 0;
-    for (uint8_t ok = GetFileLowest(g, 0, r.size(), r.data(), 0); ok;
-         ok = GetFileNext(g, 0, r.size(), r.data(), 0)) {
-      ++n;
-    }
-    error = GetErrorCode(g) != kStatusEndOfFile || n != 2000;
-    while (StepDirect(g, r.size(), r.data())) {
-    }
-    error = error || GetErrorCode(g) != kStatusEndOfFile;
-    r.Put<int32_t>(0, 5000).Put<uint32_t>(4, 50000);
-    error = error || !InsertRecord(g, r.size(), r.data());
-    error = error || NumRecsInFile(g) != 2001;
-    RealCloseFile(&g, __FILE__, __LINE__);
+    while ((n ? GetFileNext : GetFileLowest)(g, 0, r.size(), r.data(), 0)) ++n;
+    bool error = GetErrorCode(g) != kStatusEndOfFile || n != 2000;
+    while (StepDirect(g, r.size(), r.data())) ++n;
+    error = error || GetErrorCode(g) != kStatusEndOfFile ||
+            !InsertRecord(g, r.size(), r.Put(0, 5000).Put(4, 50000u).data()) ||
+            NumRecsInFile(g) != 2001;
+    Close(g);
     return error;
   };
-  write(std::string(original.size(), 'x'));  // garbage
-  EXPECT_TRUE(reports_error());
-  write(original.substr(0, 100));  // truncated inside the header
-  EXPECT_TRUE(reports_error());
-  write(original.substr(0, original.size() / 2));  // half the pages gone
-  EXPECT_TRUE(reports_error());
   std::string flipped = original;  // flipped bytes in every page after the first
-  for (size_t i = 4096 + 100; i < flipped.size(); i += 97)
-    flipped[i] = static_cast<char>(~flipped[i]);
-  write(flipped);
-  EXPECT_TRUE(reports_error());
-  write("");  // an empty file is a new, empty store: no data files
-  BtrvFile* g = nullptr;
-  EXPECT_EQ(RealOpenBFile(&g, Path("JRNLHDR.DAT").c_str(), 0, 0, __FILE__, __LINE__), 0);
-  EXPECT_EQ(GetErrorCode(nullptr), kStatusFileNotFound);
-  write(original);
-  EXPECT_FALSE(reports_error());
+  for (size_t i = 4096 + 100; i < flipped.size(); i += 97) flipped[i] = ~flipped[i];
+  // Garbage, truncated inside the header, half the pages gone, flipped bytes.
+  for (const std::string& bytes : {std::string(original.size(), 'x'), original.substr(0, 100),
+                                   original.substr(0, original.size() / 2), flipped}) {
+    EXPECT_TRUE(reports_error(bytes)) << bytes.size();
+  }
+  EXPECT_TRUE(reports_error(""));  // an empty file is a new, empty store: no data files
+  EXPECT_EQ(OpenFails("JRNLHDR.DAT"), kStatusFileNotFound);
+  EXPECT_FALSE(reports_error(original));
 }
 
 TEST_P(BatchTest, HandlesOnSeveralThreadsShareOneStoreSafely) {
-  OpenPair();
-  ClosePair();
-  constexpr int kThreads = 4;
-  constexpr int kPerThread = 40;
-  std::vector<std::thread> threads;
+  // Each thread writes rows of its own in batches of ten through a handle of its own, and
+  // after each write counts its rows so far by key.
+  constexpr int kThreads = 4, kRows = 40;
   std::vector<int> failures(kThreads, 0);
+  std::vector<std::thread> threads;
   for (int t = 0; t < kThreads; ++t) {
     threads.emplace_back([&, t] {
-      BtrvFile* f = nullptr;
-      if (!RealOpenBFile(&f, Path("JRNLROW.DAT").c_str(), 0, 0, __FILE__, __LINE__)) {
-        failures[t] = -1;
-        return;
-      }
-      for (int i = 0; i < kPerThread; ++i) {
-        Rec r(kRowLen);
-        r.Put<uint32_t>(0, static_cast<uint32_t>(t)).Put<int32_t>(6, i);
-        if (i % 10 == 0 && !bBeginBatchUpdate(f)) ++failures[t];
-        if (!InsertRecord(f, r.size(), r.data())) ++failures[t];
-        if (i % 10 == 9 && !bEndBatchUpdate(f)) ++failures[t];
-        // Walk this thread's rows so far.
-        Rec w(kRowLen);
-        w.Put<uint32_t>(0, static_cast<uint32_t>(t));
-        int seen = 0;
-        for (uint8_t ok = GetFileEqual(f, 0, w.size(), w.data(), 0);
-             ok && w.Get<uint32_t>(0) == static_cast<uint32_t>(t);
-             ok = GetFileNext(f, 0, w.size(), w.data(), 0)) {
+      const uint32_t mine = static_cast<uint32_t>(t);
+      BtrvFile* f = TryOpen("JRNLROW.DAT");
+      Rec r(kRowLen), w(kRowLen);
+      for (int i = 0, seen = 0; f != nullptr && i < kRows; ++i, seen = 0) {
+        failures[t] += i % 10 == 0 && !bBeginBatchUpdate(f);
+        failures[t] += !InsertRecord(f, r.size(), r.Put(0, mine).Put(6, i).data());
+        failures[t] += i % 10 == 9 && !bEndBatchUpdate(f);
+        w.Put(0, mine);
+        while ((seen ? GetFileNext : GetFileEqual)(f, 0, w.size(), w.data(), 0) &&
+               w.Get<uint32_t>(0) == mine) {
           ++seen;
         }
-        if (seen != i + 1) ++failures[t];
+        failures[t] += seen != i + 1;
       }
-      RealCloseFile(&f, __FILE__, __LINE__);
+      Close(f);
     });
   }
   for (std::thread& th : threads) th.join();
   EXPECT_EQ(failures, std::vector<int>(kThreads, 0));
-  OpenPair();
-  EXPECT_EQ(NumRecsInFile(row_), kThreads * kPerThread);
+  EXPECT_EQ(NumRecsInFile(row_), kThreads * kRows);
 }
 
 INSTANTIATE_TEST_SUITE_P(Backends, BatchTest, ::testing::ValuesIn(AllBackends()), BackendName);

@@ -1,6 +1,5 @@
 // Record locks (84) and file locks (85) between handles of one process and between
-// processes, the record manager's Retry/Cancel prompt, and locks dropped by a killed
-// process.
+// processes, the record manager's Retry prompt, and locks dropped by a killed process.
 #include <string>
 
 #include "record_manager_test_support.h"
@@ -9,223 +8,116 @@
 namespace rmtest {
 namespace {
 
-constexpr uint16_t kLen = 12;
+constexpr uint16_t kLock = kLockBiasSingleNoWait;
 
-class LockTest : public RecordManagerTest {
+class LockTest : public MasterFileTest {
  protected:
   void SetUp() override {
-    RecordManagerTest::SetUp();
-    SpecBuilder spec(kLen);
-    spec.Key({{1, 4, kExtInteger}}).Key({{5, 4, kExtInteger}}, kKeyDuplicates | kKeyModifiable);
-    f_ = CreateAndOpen(spec.get(), "LOCKS.DAT");
-    ASSERT_NE(f_, nullptr);
-    for (int32_t i = 1; i <= 3; ++i) {
-      Rec r(kLen);
-      r.Put<int32_t>(0, i);
-      ASSERT_TRUE(InsertRecord(f_, r.size(), r.data()));
-    }
+    MasterFileTest::SetUp();
+    for (int32_t i = 1; f_ != nullptr && i <= 3; ++i) Insert(f_, i);
   }
-  void TearDown() override {
-    Close(f_);
-    RecordManagerTest::TearDown();
+  // Reads record n through f with lock bias lock; answers the status.
+  static uint16_t Read(BtrvFile* f, int32_t n, uint16_t lock = kLock) {
+    return Equal(f, n, lock) == n ? uint16_t{kStatusOk} : GetErrorCode(f);
   }
-  // Reads record number n through f (lock bias lock); answers the status.
-  static uint16_t Read(BtrvFile* f, int32_t n, uint16_t lock, bool quiet = true) {
-    Rec r(kLen);
-    r.Put<int32_t>(0, n);
-    if (quiet) f->NoLockMessageOnNextCall();
-    GetFileEqual(f, lock, r.size(), r.data(), 0);
-    return GetErrorCode(f);
-  }
-  static uint16_t Update(BtrvFile* f, int32_t value) {
-    Rec r(kLen);
-    EXPECT_EQ(GetFileDirect(f, 0, r.size(), r.data(), 0, PhysicalPosition(f)), 1);
-    r.Put<int32_t>(4, value);
-    f->NoLockMessageOnNextCall();
-    UpdateFile(f, r.size(), r.data(), 0);
-    return GetErrorCode(f);
-  }
-  // In a child: opens the file, reads record n with lock bias lock, answers the status.
-  int ChildRead(int32_t n, uint16_t lock) {
+  // In a child: opens the file and reads record n; answers the status (100 + the open's).
+  int ChildRead(int32_t n, uint16_t lock = kLock) {
     return RunInChild([&] {
-      BtrvFile* g = nullptr;
-      if (!RealOpenBFile(&g, Path("LOCKS.DAT").c_str(), 0, 0, __FILE__, __LINE__)) {
-        return 100 + GetErrorCode(nullptr);
-      }
-      int status = Read(g, n, lock);
-      RealCloseFile(&g, __FILE__, __LINE__);
-      return status;
+      BtrvFile* g = TryOpen("MASTER.DAT");
+      return g == nullptr ? 100 + GetErrorCode(nullptr) : Read(g, n, lock);
     });
   }
-
-  BtrvFile* f_ = nullptr;
 };
 
 TEST_P(LockTest, RecordLockHoldsAgainstOtherHandlesUntilReleased) {
-  BtrvFile* g = Open("LOCKS.DAT");
-  ASSERT_EQ(Read(f_, 2, kLockBiasSingleNoWait), kStatusOk);
-  EXPECT_EQ(Read(f_, 2, kLockBiasSingleNoWait), kStatusOk);  // its own lock again
-  EXPECT_EQ(Read(g, 2, kLockBiasSingleNoWait), kStatusRecordInUse);
-  EXPECT_EQ(Read(g, 2, kLockBiasNone), kStatusOk);  // plain reads are not stopped
-  EXPECT_EQ(Update(g, 5), kStatusRecordInUse);
-  Rec r(kLen);
-  g->NoLockMessageOnNextCall();
-  EXPECT_FALSE(DeleteRecord(g, r.size(), r.data()));
-  EXPECT_EQ(GetErrorCode(g), kStatusRecordInUse);
-  EXPECT_EQ(Read(g, 1, kLockBiasSingleNoWait), kStatusOk);  // another record is free
-
-  // Released by the holder's next locked read of another record...
-  ASSERT_EQ(Read(f_, 3, kLockBiasSingleNoWait), kStatusOk);
-  EXPECT_EQ(Read(g, 2, kLockBiasSingleNoWait), kStatusOk);
-  EXPECT_EQ(Read(g, 1, kLockBiasSingleNoWait), kStatusOk);  // g let go of 2 taking 1
-  // ... by UnlockOneRecord ...
-  EXPECT_EQ(Read(f_, 1, kLockBiasSingleNoWait), kStatusRecordInUse);
-  EXPECT_TRUE(UnlockOneRecord(g));
-  EXPECT_EQ(Read(f_, 1, kLockBiasSingleNoWait), kStatusOk);
-  // ... by the holder's update ...
-  EXPECT_EQ(Update(f_, 7), kStatusOk);
-  EXPECT_EQ(Read(g, 1, kLockBiasSingleNoWait), kStatusOk);
-  // ... by its delete ...
-  f_->NoLockMessageOnNextCall();
-  EXPECT_FALSE(DeleteRecord(f_, r.size(), r.data()));  // f_'s current record is g's now
-  EXPECT_EQ(GetErrorCode(f_), kStatusRecordInUse);
-  ASSERT_TRUE(DeleteRecord(g, r.size(), r.data()));
-  EXPECT_EQ(Read(f_, 3, kLockBiasSingleNoWait), kStatusOk);
-  // ... and by closing the handle.
-  EXPECT_EQ(Read(g, 3, kLockBiasSingleNoWait), kStatusRecordInUse);
+  BtrvFile*& g = (g_ = Open("MASTER.DAT"));  // g_ is closed after the test
+  // f_ locks 2 (twice: its own lock again); g may read it plainly but not lock, update or
+  // delete it, and may lock another record.
+  EXPECT_EQ((Ints{Read(f_, 2), Read(f_, 2), Read(g, 2), Read(g, 2, kLockBiasNone),
+                  Update(g, Make(2)), Delete(g), Read(g, 1)}),
+            (Ints{0, 0, 84, 0, 84, 84, 0}));
+  // The lock goes with the holder's next locked read of another record (g takes 2, then
+  // lets go of it taking 1), with UnlockOneRecord, with the holder's update ...
+  EXPECT_EQ((Ints{Read(f_, 3), Read(g, 2), Read(g, 1), Read(f_, 1), UnlockOneRecord(g), Read(f_, 1),
+                  Update(f_, Make(1)), Read(g, 1)}),
+            (Ints{0, 0, 0, 84, 1, 0, 0, 0}));
+  // ... with its delete (f_'s current record is g's now) and with closing the handle.
+  EXPECT_EQ((Ints{Delete(f_), Delete(g), Read(f_, 3), Read(g, 3)}), (Ints{84, 0, 0, 84}));
   Close(f_);
-  EXPECT_EQ(Read(g, 3, kLockBiasSingleNoWait), kStatusOk);
-  f_ = Open("LOCKS.DAT");
-  Close(g);
+  EXPECT_EQ(Read(g, 3), kStatusOk);
 }
 
-TEST_P(LockTest, PromptOffersRetryAndCanBeSuppressed) {
-  ScriptedMessages messages;
-  BtrvFile* g = Open("LOCKS.DAT");
-  ASSERT_EQ(Read(f_, 2, kLockBiasSingleNoWait), kStatusOk);
-  // Cancel: the read fails with 84 after one prompt naming the file.
-  messages.Answer(IDCANCEL);
-  EXPECT_EQ(Read(g, 2, kLockBiasSingleNoWait, /*quiet=*/false), kStatusRecordInUse);
-  ASSERT_EQ(messages.Numbers(), (std::vector<int>{20084}));
-  EXPECT_NE(messages.Last().text.find("LOCKS.DAT"), std::string::npos);
-  // Retry twice; the holder lets go in between, so the third try succeeds.
-  messages.Clear();
-  messages.Answer(IDRETRY);
-  messages.Answer(IDRETRY);
-  int shown = 0;
+TEST_P(LockTest, PromptRetriesUntilTheHolderLetsGo) {
+  ASSERT_EQ(Read(f_, 2), kStatusOk);
+  g_ = Open("MASTER.DAT");
+  int shown = 0;  // the holder lets go at the second prompt, so the third try succeeds
   SetMessageHandler([&](const HostMessage& m) {
     if (++shown == 2) UnlockOneRecord(f_);
-    EXPECT_EQ(m.number, 20084);
-    EXPECT_EQ(m.style, MB_RETRYCANCEL | MB_ICONEXCLAMATION);
-    return IDRETRY;
+    const bool retry_prompt = m.number == 20084 &&
+                              m.style == (MB_RETRYCANCEL | MB_ICONEXCLAMATION) &&
+                              m.text.find("MASTER.DAT") != std::string::npos;
+    return retry_prompt ? IDRETRY : IDCANCEL;
   });
-  EXPECT_EQ(Read(g, 2, kLockBiasSingleNoWait, /*quiet=*/false), kStatusOk);
-  EXPECT_EQ(shown, 2);
+  Rec r = Make(2);
+  EXPECT_EQ((Ints{GetFileEqual(g_, kLock, r.size(), r.data(), 0), shown}), (Ints{1, 2}));
   SetMessageHandler(nullptr);
-  // Suppressed for one call only.
-  ScriptedMessages quiet;
-  ASSERT_EQ(Read(f_, 3, kLockBiasSingleNoWait), kStatusOk);
-  EXPECT_EQ(Read(g, 3, kLockBiasSingleNoWait, /*quiet=*/true), kStatusRecordInUse);
-  EXPECT_TRUE(quiet.shown().empty());
-  quiet.Answer(IDCANCEL);
-  EXPECT_EQ(Read(g, 3, kLockBiasSingleNoWait, /*quiet=*/false), kStatusRecordInUse);
-  EXPECT_EQ(quiet.shown().size(), 1u);
-  Close(g);
 }
 
-TEST_P(LockTest, RecordLocksHoldBetweenProcessesAndDieWithTheHolder) {
-  ASSERT_EQ(Read(f_, 2, kLockBiasSingleNoWait), kStatusOk);
-  EXPECT_EQ(ChildRead(2, kLockBiasSingleNoWait), kStatusRecordInUse);
-  EXPECT_EQ(ChildRead(1, kLockBiasSingleNoWait), kStatusOk);
-  EXPECT_EQ(ChildRead(2, kLockBiasNone), kStatusOk);
-  ASSERT_TRUE(UnlockOneRecord(f_));
-  EXPECT_EQ(ChildRead(2, kLockBiasSingleNoWait), kStatusOk);
+TEST_P(LockTest, OtherProcessesLocksAndBatchesHoldUntilTheyDie) {
+  EXPECT_EQ((Ints{Read(f_, 2), ChildRead(2), ChildRead(1), ChildRead(2, kLockBiasNone),
+                  UnlockOneRecord(f_), ChildRead(2)}),
+            (Ints{0, 84, 0, 0, 1, 0}));
   // A handle inherited through fork belongs to the parent: the child must open its own.
-  EXPECT_EQ(RunInChild([&] {
-              Rec r(kLen);
-              return GetFileLowest(f_, 0, r.size(), r.data(), 0) ? 0 : GetErrorCode(f_);
-            }),
-            kStatusNotOpen);
-
-  // A child that holds a lock and is killed leaves no lock behind.
+  EXPECT_EQ(RunInChild([&] { return Read(f_, 1, kLockBiasNone); }), kStatusNotOpen);
+  // A child holding a lock on 3, killed, leaves no lock behind.
   ChildProcess holder([&] {
-    BtrvFile* g = nullptr;
-    if (!RealOpenBFile(&g, Path("LOCKS.DAT").c_str(), 0, 0, __FILE__, __LINE__)) return 1;
-    return static_cast<int>(Read(g, 3, kLockBiasSingleNoWait));
+    BtrvFile* g = TryOpen("MASTER.DAT");
+    return g == nullptr ? 100 : Read(g, 3);
   });
-  ASSERT_TRUE(holder.ready());
-  ASSERT_EQ(holder.setup_code(), kStatusOk);
-  EXPECT_EQ(Read(f_, 3, kLockBiasSingleNoWait), kStatusRecordInUse);
-  ASSERT_EQ(Read(f_, 3, kLockBiasNone), kStatusOk);
-  EXPECT_EQ(Update(f_, 9), kStatusRecordInUse);
+  ASSERT_EQ(holder.Answer(), kStatusOk);
+  EXPECT_EQ((Ints{Read(f_, 3), Read(f_, 3, kLockBiasNone), Update(f_, Make(3))}),
+            (Ints{84, 0, 84}));
   holder.Kill();
-  EXPECT_EQ(Read(f_, 3, kLockBiasSingleNoWait), kStatusOk);
-  EXPECT_EQ(Update(f_, 9), kStatusOk);
+  EXPECT_EQ((Ints{Read(f_, 3), Update(f_, Make(3))}), (Ints{0, 0}));
+  // A child's open batch keeps writers waiting, till 85, but neither readers, who do not
+  // see it, nor anyone once the child is killed.
+  SetBatchWaitMilliseconds(50);
+  ChildProcess batch([&] {
+    BtrvFile* g = TryOpen("MASTER.DAT");
+    Rec r = Make(50);
+    return g && bBeginBatchUpdate(g) && InsertRecord(g, r.size(), r.data()) ? 0 : 1;
+  });
+  ASSERT_EQ(batch.Answer(), 0);
+  Rec r = Make(60);
+  f_->NoLockMessageOnNextCall();
+  EXPECT_EQ(Why(InsertRecord(f_, r.size(), r.data()), f_), kStatusFileInUse);
+  f_->NoLockMessageOnNextCall();
+  EXPECT_EQ((Ints{Why(bBeginBatchUpdate(f_), f_), NumRecsInFile(f_)}), (Ints{85, 3}));
+  batch.Kill();
+  EXPECT_EQ((Ints{InsertRecord(f_, r.size(), r.data()), NumRecsInFile(f_)}), (Ints{1, 4}));
 }
 
 TEST_P(LockTest, ExclusiveOpenAnswers85BothWays) {
-  ScriptedMessages messages;
-  messages.SetDefaultAnswer(IDCANCEL);
-  BtrvFile* x = nullptr;
-  // f_ is open: no exclusive open, in this process or another.
-  EXPECT_EQ(RealOpenBFile(&x, Path("LOCKS.DAT").c_str(), kOpenModeExclusive, 0, __FILE__, __LINE__),
-            0);
-  EXPECT_EQ(GetErrorCode(nullptr), kStatusFileInUse);
+  ScriptedMessages messages;                                                 // answers Cancel
+  EXPECT_EQ(OpenFails("MASTER.DAT", kOpenModeExclusive), kStatusFileInUse);  // f_ has it
   EXPECT_EQ(messages.Numbers(), (std::vector<int>{20085}));
   Close(f_);
-  ASSERT_EQ(RealOpenBFile(&x, Path("LOCKS.DAT").c_str(), kOpenModeExclusive, 0, __FILE__, __LINE__),
-            1);
-  // While it is held, every other open fails: normal, read-only, another exclusive, and
-  // in another process; deleting or replacing the file too.
-  for (uint16_t mode : {kOpenModeNormal, kOpenModeReadOnly, kOpenModeExclusive}) {
-    BtrvFile* y = nullptr;
-    EXPECT_EQ(RealOpenBFile(&y, Path("LOCKS.DAT").c_str(), mode, 0, __FILE__, __LINE__), 0);
-    EXPECT_EQ(GetErrorCode(nullptr), kStatusFileInUse);
-    EXPECT_EQ(y, nullptr);
-  }
-  EXPECT_EQ(ChildRead(1, 0), 100 + kStatusFileInUse);
-  EXPECT_EQ(ZORDeleteFile(Path("LOCKS.DAT").c_str()), kStatusFileInUse);
-  // The exclusive handle itself reads and writes as usual.
-  EXPECT_EQ(Read(x, 1, kLockBiasSingleNoWait), kStatusOk);
-  EXPECT_EQ(Update(x, 4), kStatusOk);
+  BtrvFile* x = Open("MASTER.DAT", kOpenModeExclusive);
+  // While it is held, every other open fails, in this process or another, and so does
+  // deleting the file; the exclusive handle itself reads and writes as usual.
+  EXPECT_EQ((Ints{OpenFails("MASTER.DAT"), OpenFails("MASTER.DAT", kOpenModeReadOnly),
+                  OpenFails("MASTER.DAT", kOpenModeExclusive), ChildRead(1) - 100,
+                  ZORDeleteFile(Path("MASTER.DAT").c_str()), Read(x, 1), Update(x, Make(1))}),
+            (Ints{85, 85, 85, 85, 85, 0, 0}));
   // Retry on the prompt opens once the holder has closed.
-  messages.Clear();
   SetMessageHandler([&](const HostMessage& m) {
     EXPECT_EQ(m.number, 20085);
     Close(x);
     return IDRETRY;
   });
-  ASSERT_EQ(RealOpenBFile(&f_, Path("LOCKS.DAT").c_str(), 0, 0, __FILE__, __LINE__), 1)
-      << GetErrorCode(nullptr);
+  f_ = Open("MASTER.DAT");
   EXPECT_EQ(x, nullptr);
   SetMessageHandler(nullptr);
-}
-
-TEST_P(LockTest, WriterKeptWaitingByAnotherProcessesBatchAnswers85) {
-  SetBatchWaitMilliseconds(50);
-  ChildProcess batch([&] {
-    BtrvFile* g = nullptr;
-    if (!RealOpenBFile(&g, Path("LOCKS.DAT").c_str(), 0, 0, __FILE__, __LINE__)) return 1;
-    if (!bBeginBatchUpdate(g)) return 2;
-    Rec r(kLen);
-    r.Put<int32_t>(0, 50);
-    return InsertRecord(g, r.size(), r.data()) ? 0 : 3;
-  });
-  ASSERT_TRUE(batch.ready());
-  ASSERT_EQ(batch.setup_code(), 0);
-  Rec r(kLen);
-  r.Put<int32_t>(0, 60);
-  f_->NoLockMessageOnNextCall();
-  EXPECT_FALSE(InsertRecord(f_, r.size(), r.data()));
-  EXPECT_EQ(GetErrorCode(f_), kStatusFileInUse);
-  f_->NoLockMessageOnNextCall();
-  EXPECT_FALSE(bBeginBatchUpdate(f_));
-  EXPECT_EQ(GetErrorCode(f_), kStatusFileInUse);
-  // Readers are not kept waiting, and do not see the open batch.
-  EXPECT_EQ(NumRecsInFile(f_), 3);
-  batch.Kill();
-  EXPECT_TRUE(InsertRecord(f_, r.size(), r.data()));
-  EXPECT_EQ(NumRecsInFile(f_), 4);
 }
 
 INSTANTIATE_TEST_SUITE_P(Backends, LockTest, ::testing::ValuesIn(AllBackends()), BackendName);

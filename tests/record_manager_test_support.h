@@ -1,6 +1,6 @@
-// Shared pieces of the record manager's tests: a fixture run once per store backend
-// (TEST_P), a builder of creation descriptions, little-endian field helpers, and a way
-// to run a function in a forked child that reports through its exit code.
+// Shared pieces of the record manager's tests: fixtures run once per store backend (TEST_P),
+// one with a small master file; a builder of creation descriptions, record field helpers,
+// and forked children that answer through a pipe. Single-threaded use.
 #ifndef BASICS_TESTS_RECORD_MANAGER_TEST_SUPPORT_H_
 #define BASICS_TESTS_RECORD_MANAGER_TEST_SUPPORT_H_
 
@@ -8,10 +8,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdint>
 #include <cstring>
 #include <functional>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -24,68 +22,49 @@
 
 namespace rmtest {
 
-// One store backend under test.
 struct BackendCase {
   std::string name;
   rm::BackendFactory factory;
 };
-
 inline std::vector<BackendCase> AllBackends() {
-  return {BackendCase{"Sqlite", [](const std::string& dir, bool create, rm::Status* st) {
-                        return rm::OpenSqliteBackend(dir, create, st);
-                      }}};
+  return {{"Sqlite", [](const std::string& dir, bool create, rm::Status* st) {
+             return rm::OpenSqliteBackend(dir, create, st);
+           }}};
 }
-
 inline void PrintTo(const BackendCase& c, std::ostream* os) { *os << c.name; }
-
 inline std::string BackendName(const ::testing::TestParamInfo<BackendCase>& info) {
   return info.param.name;
 }
 
-// One key segment of a description: 1-based position, length, extended type (kNoExt for
-// none) and extra flags.
+// One key segment: 1-based position, length, extended type (kNoExt for none), flags.
 constexpr int kNoExt = -1;
 struct Seg {
-  uint16_t position;
-  uint16_t length;
+  uint16_t position, length;
   int ext;
   uint16_t flags = 0;
 };
 
-class SpecBuilder {
- public:
+struct SpecBuilder {
   explicit SpecBuilder(uint16_t record_length) {
-    std::memset(&spec_, 0, sizeof spec_);
-    spec_.recordLength = record_length;
-    spec_.pageSize = 1024;
+    spec.recordLength = record_length;
+    spec.pageSize = 1024;
   }
-  // Adds a key; key_flags go on every segment, number (when >= 0) makes it a manual key
-  // number.
+  // Adds a key; key_flags go on every segment, number >= 0 makes it a manual key number.
   SpecBuilder& Key(std::initializer_list<Seg> segments, uint16_t key_flags = 0, int number = -1) {
-    size_t i = 0;
     for (const Seg& seg : segments) {
-      KeySegmentSpec& s = spec_.segments[spec_.numberOfSegments++];
-      s.position = seg.position;
-      s.length = seg.length;
-      s.flags = static_cast<uint16_t>(seg.flags | key_flags);
-      if (seg.ext != kNoExt) {
-        s.flags |= kKeyExtendedType;
-        s.extendedType = static_cast<uint8_t>(seg.ext);
-      }
-      if (i + 1 < segments.size()) s.flags |= kKeySegmented;
-      if (i == 0 && number >= 0) {
-        s.flags |= kKeyManualNumber;
-        s.keyNumber = static_cast<uint8_t>(number);
-      }
-      ++i;
+      const bool manual = &seg == segments.begin() && number >= 0;
+      const int flags = seg.flags | key_flags | (seg.ext != kNoExt ? kKeyExtendedType : 0) |
+                        (&seg + 1 != segments.end() ? kKeySegmented : 0) |
+                        (manual ? kKeyManualNumber : 0);
+      spec.segments[spec.numberOfSegments++] = {
+          seg.position, seg.length, static_cast<uint16_t>(flags),
+          static_cast<uint8_t>(seg.ext == kNoExt ? 0 : seg.ext),
+          static_cast<uint8_t>(manual ? number : 0)};
     }
     return *this;
   }
-  const FileSpec* get() const { return &spec_; }
-  FileSpec& spec() { return spec_; }
-
- private:
-  FileSpec spec_;
+  const FileSpec* get() const { return &spec; }
+  FileSpec spec{};
 };
 
 // A record as bytes with little-endian field helpers.
@@ -98,8 +77,7 @@ struct Rec {
     std::memcpy(&b[off], &v, sizeof v);
     return *this;
   }
-  Rec& Text(size_t off, const char* text, size_t cap) {
-    std::memset(&b[off], 0, cap);
+  Rec& Text(size_t off, const char* text, size_t cap) {  // into zeroed bytes
     std::memcpy(&b[off], text, std::min(cap, std::strlen(text)));
     return *this;
   }
@@ -109,67 +87,51 @@ struct Rec {
     std::memcpy(&v, &b[off], sizeof v);
     return v;
   }
-  std::string TextAt(size_t off, size_t cap) const {
-    return std::string(reinterpret_cast<const char*>(&b[off]),
-                       strnlen(reinterpret_cast<const char*>(&b[off]), cap));
-  }
   std::vector<uint8_t> b;
 };
 
-// Runs body in a forked child; answers its exit code (or 128 + signal). The child leaves
-// with _exit so that no test machinery runs twice.
-inline int RunInChild(const std::function<int()>& body) {
-  fflush(nullptr);
-  pid_t pid = fork();
-  if (pid == 0) _exit(body());
-  int status = 0;
-  waitpid(pid, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
+// The results of several calls, for one EXPECT: a braced list runs them left to right.
+using Ints = std::vector<int32_t>;
 
-// A child that runs setup, tells the parent it is done through a pipe, and then waits
-// to be killed. Kill() sends SIGKILL and reaps it.
+// kStatusOk when a call succeeded, else the handle's status: one EXPECT per failing call.
+inline uint16_t Why(int ok, BtrvFile* f) { return ok ? uint16_t{kStatusOk} : GetErrorCode(f); }
+
+// A forked child that runs body, hands its answer (0 to 255) to Answer() (999 when none
+// came) and then waits, holding whatever it took, for SIGKILL from Kill() or from this
+// object's end; so no test machinery runs twice.
 class ChildProcess {
  public:
-  explicit ChildProcess(const std::function<int()>& setup) {
-    int fds[2];
-    if (pipe(fds) != 0) return;
+  explicit ChildProcess(const std::function<int()>& body) {
+    if (pipe(fds_) != 0) return;
     fflush(nullptr);
-    pid_ = fork();
-    if (pid_ == 0) {
-      close(fds[0]);
-      char code = static_cast<char>(setup());
-      if (write(fds[1], &code, 1) != 1) _exit(99);
-      for (;;) pause();
+    if ((pid_ = fork()) == 0) {
+      const uint8_t answer = static_cast<uint8_t>(body());
+      while (write(fds_[1], &answer, 1) == 1) pause();  // only SIGKILL ends the wait
+      _exit(0);
     }
-    close(fds[1]);
-    char code = 99;
-    ready_ = read(fds[0], &code, 1) == 1;
-    setup_code_ = code;
-    close(fds[0]);
+    close(fds_[1]);
   }
-  ~ChildProcess() { Kill(); }
-  ChildProcess(const ChildProcess&) = delete;
-  ChildProcess& operator=(const ChildProcess&) = delete;
-
-  bool ready() const { return ready_; }
-  int setup_code() const { return setup_code_; }
+  ~ChildProcess() {
+    Kill();
+    close(fds_[0]);
+  }
+  int Answer() {  // once only
+    uint8_t answer = 0;
+    return read(fds_[0], &answer, 1) == 1 ? answer : 999;
+  }
   void Kill() {
-    if (pid_ <= 0) return;
-    kill(pid_, SIGKILL);
-    int status = 0;
-    waitpid(pid_, &status, 0);
+    if (pid_ > 0 && kill(pid_, SIGKILL) == 0) waitpid(pid_, nullptr, 0);
     pid_ = -1;
   }
 
  private:
+  int fds_[2] = {-1, -1};
   pid_t pid_ = -1;
-  bool ready_ = false;
-  int setup_code_ = 99;
 };
+inline int RunInChild(const std::function<int()>& body) { return ChildProcess(body).Answer(); }
 
 // Fixture: a fresh directory per test, the backend of the parameter installed, and a
-// check that the test closed every handle it opened.
+// check that the test closed every handle it opened (but f_ and g_).
 class RecordManagerTest : public ::testing::TestWithParam<BackendCase> {
  protected:
   void SetUp() override {
@@ -178,6 +140,8 @@ class RecordManagerTest : public ::testing::TestWithParam<BackendCase> {
     SetBatchWaitMilliseconds(10000);
   }
   void TearDown() override {
+    Close(f_);
+    Close(g_);
     EXPECT_EQ(OpenHandleCount(), 0u) << "a test left a handle open";
     EXPECT_EQ(rm::OpenStoreCount(), 0u);
     rm::SetBackendDecorator(nullptr);
@@ -185,21 +149,85 @@ class RecordManagerTest : public ::testing::TestWithParam<BackendCase> {
   }
   std::string Path(const std::string& name) const { return dir_.File(name); }
 
-  // Creates name from spec (asserting success) and opens it in mode.
-  BtrvFile* CreateAndOpen(const FileSpec* spec, const std::string& name,
-                          uint16_t mode = kOpenModeNormal) {
-    EXPECT_EQ(ZORCreateFile(spec, 0, Path(name).c_str()), 1) << GetErrorCode(nullptr);
-    return Open(name, mode);
+  // The status of creating name from spec (kStatusOk when made).
+  uint16_t Create(const FileSpec* spec, const std::string& name, int flags = 0) const {
+    return ZORCreateFile(spec, flags, Path(name).c_str()) ? uint16_t{kStatusOk}
+                                                          : GetErrorCode(nullptr);
+  }
+  BtrvFile* CreateAndOpen(const FileSpec* spec, const std::string& name) {
+    EXPECT_EQ(Create(spec, name), kStatusOk);
+    return Open(name);
+  }
+  // The open handle (name in the test's directory unless absolute), or null with
+  // GetErrorCode(nullptr) telling why; asserts nothing, so that children may use it.
+  BtrvFile* TryOpen(const std::string& name, uint16_t mode = kOpenModeNormal) const {
+    BtrvFile* f = nullptr;
+    RealOpenBFile(&f, (name[0] == '/' ? name : Path(name)).c_str(), mode, 0, __FILE__, __LINE__);
+    return f;
   }
   BtrvFile* Open(const std::string& name, uint16_t mode = kOpenModeNormal) {
-    BtrvFile* f = nullptr;
-    EXPECT_EQ(RealOpenBFile(&f, Path(name).c_str(), mode, 0, __FILE__, __LINE__), 1)
-        << GetErrorCode(nullptr);
+    BtrvFile* f = TryOpen(name, mode);
+    EXPECT_NE(f, nullptr) << GetErrorCode(nullptr);
     return f;
+  }
+  // The status of an open expected to fail (kStatusOk, the file closed again, if it opened).
+  uint16_t OpenFails(const std::string& name, uint16_t mode = kOpenModeNormal) {
+    BtrvFile* f = TryOpen(name, mode);
+    if (f == nullptr) return GetErrorCode(nullptr);
+    Close(f);
+    return kStatusOk;
   }
   static void Close(BtrvFile*& f) { RealCloseFile(&f, __FILE__, __LINE__); }
 
   TempDir dir_;
+  BtrvFile* f_ = nullptr;  // closed after the test, when still open
+  BtrvFile* g_ = nullptr;
+};
+
+// A small master file open as f_: number (s32, unique), name (string 12, duplicates,
+// modifiable), amount (s32). The reads answer the number of the record read, or minus the
+// status when they fail; the writes answer the status. None shows the lock prompt.
+constexpr uint16_t kMasterLen = 20;
+class MasterFileTest : public RecordManagerTest {
+ protected:
+  void SetUp() override {
+    RecordManagerTest::SetUp();
+    f_ = CreateAndOpen(SpecBuilder(kMasterLen)
+                           .Key({{1, 4, kExtInteger}})
+                           .Key({{5, 12, kExtString}}, kKeyDuplicates | kKeyModifiable)
+                           .get(),
+                       "MASTER.DAT");
+    ASSERT_NE(f_, nullptr);
+  }
+  static Rec Make(int32_t number, const char* name = "x", int32_t amount = 0) {
+    return Rec(kMasterLen).Put(0, number).Text(4, name, 12).Put(16, amount);
+  }
+  static void Insert(BtrvFile* f, int32_t number, const char* name = "x") {
+    ASSERT_EQ(Why(InsertRecord(f, kMasterLen, Make(number, name).data()), f), kStatusOk);
+  }
+  static int32_t Num(uint8_t ok, BtrvFile* f, const Rec& r) {
+    return ok ? r.Get<int32_t>(0) : -GetErrorCode(f);
+  }
+  // GetFileEqual with a lock bias, on the number (key 0) or on the name (key 1).
+  static int32_t Equal(BtrvFile* f, int32_t number, uint16_t lock = 0, int16_t key = 0,
+                       const char* name = "x") {
+    Rec r = Make(number, name);
+    f->NoLockMessageOnNextCall();
+    return Num(GetFileEqual(f, lock, r.size(), r.data(), key), f, r);
+  }
+  static int32_t Next(BtrvFile* f, int16_t key = 0, bool back = false) {
+    Rec r(kMasterLen);
+    return Num((back ? GetFilePrevious : GetFileNext)(f, 0, r.size(), r.data(), key), f, r);
+  }
+  static int32_t Prev(BtrvFile* f, int16_t key = 0) { return Next(f, key, true); }
+  static uint16_t Update(BtrvFile* f, Rec r, int16_t key = 0) {
+    f->NoLockMessageOnNextCall();
+    return Why(UpdateFile(f, r.size(), r.data(), key), f);
+  }
+  static uint16_t Delete(BtrvFile* f) {
+    f->NoLockMessageOnNextCall();
+    return Why(DeleteRecord(f, 0, nullptr), f);
+  }
 };
 
 }  // namespace rmtest
