@@ -9,13 +9,14 @@
 #include <memory>
 #include <string>
 
+#include "byte_locks_internal.h"
 #include "rm_backend.h"
 
 namespace rm {
 
 constexpr const char* kLockFileName = "records.lck";
 
-enum class LockResult { kGranted, kConflict, kError };
+using LockResult = ByteLockResult;
 
 class LockFile {
  public:
@@ -40,7 +41,6 @@ class LockFile {
 
  private:
   LockFile(int fd, bool writable) : fd_(fd), writable_(writable) {}
-  LockResult Set(short type, int64_t byte);
 
   int fd_;
   bool writable_;

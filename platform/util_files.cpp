@@ -30,12 +30,9 @@
 #include <system_error>
 #include <vector>
 
+#include "byte_locks_internal.h"
 #include "record_manager.h"
 #include "utility.h"
-
-#ifndef F_OFD_SETLK
-#error "the company locks need open-file-description locks (F_OFD_SETLK)"
-#endif
 
 // ---------------------------------------------------------------------------------------
 // Standard file names and owner names
@@ -155,48 +152,8 @@ off_t MarkerSlotOffset(int area, int slot) {
 }
 
 int OpenLockFile(const std::string& directory) {
-  std::string path =
-      directory.empty() ? std::string(kLockFileName) : directory + "/" + kLockFileName;
-  int fd;
-  do {
-    fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
-  } while (fd < 0 && errno == EINTR);
-  return fd;
-}
-
-// 1 when taken, 0 when another descriptor holds a conflicting lock, -1 on error.
-int TryLockByte(int fd, off_t offset) {
-  struct flock lock {};
-  lock.l_type = F_WRLCK;
-  lock.l_whence = SEEK_SET;
-  lock.l_start = offset;
-  lock.l_len = 1;
-  for (;;) {
-    if (::fcntl(fd, F_OFD_SETLK, &lock) == 0) return 1;
-    if (errno == EINTR) continue;
-    return errno == EAGAIN || errno == EACCES ? 0 : -1;
-  }
-}
-
-void UnlockByte(int fd, off_t offset) {
-  struct flock lock {};
-  lock.l_type = F_UNLCK;
-  lock.l_whence = SEEK_SET;
-  lock.l_start = offset;
-  lock.l_len = 1;
-  while (::fcntl(fd, F_OFD_SETLK, &lock) != 0 && errno == EINTR) {
-  }
-}
-
-// Whether a descriptor other than fd's holds the byte.
-bool ByteHeldByOther(int fd, off_t offset) {
-  struct flock lock {};
-  lock.l_type = F_WRLCK;
-  lock.l_whence = SEEK_SET;
-  lock.l_start = offset;
-  lock.l_len = 1;
-  if (::fcntl(fd, F_OFD_GETLK, &lock) != 0) return false;
-  return lock.l_type != F_UNLCK;
+  return OpenByteLockFile(directory.empty() ? std::string(kLockFileName)
+                                            : directory + "/" + kLockFileName);
 }
 
 // One company-open marker per process, directory and area, shared by every
@@ -351,9 +308,9 @@ bool CZORSharedFile::Open(const char* directory) {
     marker.fd = OpenLockFile(canonical);
     if (marker.fd < 0) return false;
     for (int slot = 0; slot < kMarkerSlots && marker.slot < 0; ++slot) {
-      int taken = TryLockByte(marker.fd, MarkerSlotOffset(area_, slot));
-      if (taken < 0) break;
-      if (taken == 1) marker.slot = slot;
+      ByteLockResult taken = LockByte(marker.fd, MarkerSlotOffset(area_, slot), true);
+      if (taken == ByteLockResult::kError) break;
+      if (taken == ByteLockResult::kGranted) marker.slot = slot;
     }
     if (marker.slot < 0) {
       ::close(marker.fd);
@@ -446,14 +403,14 @@ bool CZORSingleUserAccess::Start(int message_number, int lock_mode, const char* 
     // just as two processes do.
     int fd = OpenLockFile(directory);
     if (fd < 0) return false;
-    int taken = TryLockByte(fd, area_);
-    if (taken == 1) {
+    ByteLockResult taken = LockByte(fd, area_, true);
+    if (taken == ByteLockResult::kGranted) {
       impl_->fd = fd;
       impl_->owner = getpid();
       return true;
     }
     ::close(fd);
-    if (taken < 0 || message_number == 0) return false;
+    if (taken == ByteLockResult::kError || message_number == 0) return false;
     int answer =
         MessageWithString(MB_RETRYCANCEL | MB_ICONEXCLAMATION, message_number, impl_->name.c_str());
     if (answer != IDRETRY) return false;
