@@ -1,34 +1,24 @@
 // Employee lookups on the module's private read-only handle.
 #include "EmployeeDcl.h"
 
-#include <cstring>
-
 #include "OpenDat.h"
 #include "OpenDat_internal.h"
 
 namespace {
 constexpr const char* kUnit = "Basics/EmployeeDcl";
-BtrvFile* g_lookup_file = nullptr;
-
-bool ReadEmployee(EmpType* record, int16_t key) {
-  if (!EnsureLookupHandle(&g_lookup_file, OpenEmployeeFile)) return false;
-  return ReadEqual(g_lookup_file, record, key);
-}
+MasterLookup<EmpType> g_lookup(OpenEmployeeFile, kUnit, kEmpKeyID, kEmpKeyRecordNumber,
+                               kEmpKeyGUID);
 }  // namespace
 
 bool GetEmployeeInfo(const FixedString<21>& id, EmpType* record) {
   if (record == nullptr) return false;
   // An empty ID is read like any other: no employee has one, so it is simply not found.
-  std::memset(record, 0, sizeof *record);
-  record->ID = id;
-  return ReadEmployee(record, kEmpKeyID);
+  return g_lookup.ReadById(id, record);
 }
 
 bool GetEmployeeInfo(int32_t record_number, EmpType* record) {
   if (record == nullptr) return false;
-  std::memset(record, 0, sizeof *record);
-  record->RecordNumber = record_number;
-  return ReadEmployee(record, kEmpKeyRecordNumber);
+  return g_lookup.ReadByNumber(record_number, record);
 }
 
 bool GetEmployeeID(int32_t record_number, FixedString<21>* id) {
@@ -54,16 +44,12 @@ bool GetEmployeeRecNo(const FixedString<21>& id, int32_t* record_number) {
 
 int32_t GetEmployeeRecNo(const GUID& guid) {
   EmpType record;
-  std::memset(&record, 0, sizeof record);
-  record.Guid = guid;
-  return ReadEmployee(&record, kEmpKeyGUID) ? record.RecordNumber : 0;
+  return g_lookup.ReadByGuid(guid, &record) ? record.RecordNumber : 0;
 }
 
 int GetEmployeeGUID(int32_t record_number, GUID& guid) {
   EmpType record;
-  std::memset(&record, 0, sizeof record);
-  record.RecordNumber = record_number;
-  if (!ReadEmployee(&record, kEmpKeyRecordNumber)) return 0;
+  if (!g_lookup.ReadByNumber(record_number, &record)) return 0;
   guid = record.Guid;
   return 1;
 }
@@ -75,5 +61,5 @@ int GetEmployeeRecordByKey(EmpType& record, int key, BtrvFile*& file) {
 
 void CloseInternalEmpFile() {
   CloseIfOpen(&EmployeeFile, kUnit, __LINE__);
-  CloseIfOpen(&g_lookup_file, kUnit, __LINE__);
+  g_lookup.Close();
 }

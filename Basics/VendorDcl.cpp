@@ -8,53 +8,35 @@
 
 namespace {
 constexpr const char* kUnit = "Basics/VendorDcl";
-BtrvFile* g_lookup_file = nullptr;
-
-bool ReadVendor(VendorRecord* record, int16_t key) {
-  if (!EnsureLookupHandle(&g_lookup_file, OpenVendFile)) return false;
-  return ReadEqual(g_lookup_file, record, key);
-}
-
-bool ReadById(const FixedString<21>& id, VendorRecord* record) {
-  std::memset(record, 0, sizeof *record);
-  record->ID = id;
-  return ReadVendor(record, kVendKeyID);
-}
-
-bool ReadByNumber(int32_t record_number, VendorRecord* record) {
-  std::memset(record, 0, sizeof *record);
-  record->RecordNumber = record_number;
-  return ReadVendor(record, kVendKeyRecordNumber);
-}
+MasterLookup<VendorRecord> g_lookup(OpenVendFile, kUnit, kVendKeyID, kVendKeyRecordNumber,
+                                    kVendKeyGUID);
 }  // namespace
 
 int32_t GetRecordNumberFromVendorID(const FixedString<21>& id) {
   if (id.IsEmpty()) return 0;
   VendorRecord record;
-  return ReadById(id, &record) ? record.RecordNumber : 0;
+  return g_lookup.ReadById(id, &record) ? record.RecordNumber : 0;
 }
 
 bool GetVendorIDFromRecordNumber(int32_t record_number, FixedString<21>& id) {
   id.Clear();
   if (record_number == 0) return false;
   VendorRecord record;
-  if (!ReadByNumber(record_number, &record)) return false;
+  if (!g_lookup.ReadByNumber(record_number, &record)) return false;
   id = record.ID;
   return true;
 }
 
 int32_t GetVendorRecordNumberFromGUID(const GUID& guid) {
   VendorRecord record;
-  std::memset(&record, 0, sizeof record);
-  record.Guid = guid;
-  return ReadVendor(&record, kVendKeyGUID) ? record.RecordNumber : 0;
+  return g_lookup.ReadByGuid(guid, &record) ? record.RecordNumber : 0;
 }
 
 bool GetVendorGUIDFromRecordNumber(int32_t record_number, GUID& guid) {
   std::memset(&guid, 0, sizeof guid);
   if (record_number == 0) return false;
   VendorRecord record;
-  if (!ReadByNumber(record_number, &record)) return false;
+  if (!g_lookup.ReadByNumber(record_number, &record)) return false;
   guid = record.Guid;
   return true;
 }
@@ -63,17 +45,16 @@ void GetVendorNameFromRecordNumber(int32_t record_number, FixedString<31>& name)
   name.Clear();
   if (record_number == 0) return;
   VendorRecord record;
-  if (ReadByNumber(record_number, &record)) Assign(name, record.Name, 30);
+  if (g_lookup.ReadByNumber(record_number, &record)) Assign(name, record.Name, 30);
 }
 
 uint8_t VendExistQuietByRecNum(int32_t record_number) {
   if (record_number == 0) return 0;
-  if (!EnsureLookupHandle(&g_lookup_file, OpenVendFile)) return 0;
+  BtrvFile* file = g_lookup.Handle();
+  if (file == nullptr) return 0;
   // A key-only read: the record itself is never fetched.
   int32_t key = record_number;
-  return GetFileEqual(g_lookup_file, kLockBiasKeyOnly, sizeof key, &key, kVendKeyRecordNumber) != 0
-             ? 1
-             : 0;
+  return GetFileEqual(file, kLockBiasKeyOnly, sizeof key, &key, kVendKeyRecordNumber) != 0 ? 1 : 0;
 }
 
 bool GetRecordNumberAndNameFromVendorID(const FixedString<21>& id, int32_t& record_number,
@@ -82,7 +63,7 @@ bool GetRecordNumberAndNameFromVendorID(const FixedString<21>& id, int32_t& reco
   Assign(name, id);
   if (id.IsEmpty()) return false;
   VendorRecord record;
-  if (!ReadById(id, &record)) return false;
+  if (!g_lookup.ReadById(id, &record)) return false;
   record_number = record.RecordNumber;
   Assign(name, record.Name, 30);
   return true;
@@ -90,21 +71,23 @@ bool GetRecordNumberAndNameFromVendorID(const FixedString<21>& id, int32_t& reco
 
 bool GetVendorInfo(const FixedString<21>& id, VendorRecord* record) {
   if (record == nullptr) return false;
-  std::memset(record, 0, sizeof *record);
-  record->ID = id;
-  if (id.IsEmpty()) return false;
-  return ReadVendor(record, kVendKeyID);
+  if (id.IsEmpty()) {
+    g_lookup.KeyById(record, id);
+    return false;
+  }
+  return g_lookup.ReadById(id, record);
 }
 
 bool GetVendorInfo(int32_t record_number, VendorRecord* record) {
   if (record == nullptr) return false;
-  std::memset(record, 0, sizeof *record);
-  record->RecordNumber = record_number;
-  if (record_number == 0) return false;
-  return ReadVendor(record, kVendKeyRecordNumber);
+  if (record_number == 0) {
+    g_lookup.KeyByNumber(record, 0);
+    return false;
+  }
+  return g_lookup.ReadByNumber(record_number, record);
 }
 
 void CloseInternalVendFile() {
   CloseIfOpen(&VendFile, kUnit, __LINE__);
-  CloseIfOpen(&g_lookup_file, kUnit, __LINE__);
+  g_lookup.Close();
 }
