@@ -388,9 +388,9 @@ uint8_t WrtGeneralDataPtr(BtrvFile* file, GeneralDataType* rec, uint8_t update,
   if (rec == nullptr) return 0;
   int kind = rec->Kind;
   bool cached_kind = kind >= 1 && kind < kSlotCount;
-  if (cached_kind) g_cache.state[kind] = kStateClean;
 
   bool ok = true;
+  bool written = false;  // the record reached the file
   if (through_write_handle && g_cache.write_handle != nullptr) {
     BtrvFile* handle = g_cache.write_handle;
     if (update) {
@@ -401,36 +401,38 @@ uint8_t WrtGeneralDataPtr(BtrvFile* file, GeneralDataType* rec, uint8_t update,
       copy.Kind = rec->Kind;
       ok = GetFileEqual(handle, kLockBiasNone, kGeneralRecordSize, &copy, kKeyKind) != 0 &&
            UpdateFile(handle, kGeneralRecordSize, rec, kKeyKind) != 0;
+      written = ok;
     } else {
       // An edit given up writes nothing here either: the lock is only released.
       UnlockOneRecord(handle);
     }
   } else {
     BtrvFile* handle = file != nullptr ? file : g_cache.write_handle;
-    if (!update || handle == nullptr) {
+    if (!update) {
       if (file != nullptr) UnlockOneRecord(file);
+    } else if (handle == nullptr) {
+      ok = false;  // a write asked for with no handle to write through
     } else {
       ok = UpdateFile(handle, kGeneralRecordSize, rec, kKeyKind) != 0;
+      written = ok;
     }
     if (file == nullptr && g_cache.write_handle != nullptr) CloseWriteHandle();
   }
 
-  if (!ok) {
-    // The cache may hold the edit that did not reach the file: read it again next time.
-    if (cached_kind && g_cache.slot[kind]) g_cache.state[kind] = kStateStale;
-    return 0;
+  // The host edits the cache's own buffer in place: unless the edit reached the file, that
+  // buffer holds changes nobody saved, so the kind is read from the file next time.
+  if (cached_kind) g_cache.state[kind] = written ? kStateClean : kStateStale;
+  if (!written) return ok ? 1 : 0;
+
+  if (cached_kind && rec != g_cache.slot[kind].get() && AllocateSlot(kind)) {
+    std::memcpy(g_cache.slot[kind].get(), rec, kGeneralRecordSize);
   }
-  if (update) {
-    if (cached_kind && rec != g_cache.slot[kind].get() && AllocateSlot(kind)) {
-      std::memcpy(g_cache.slot[kind].get(), rec, kGeneralRecordSize);
-    }
-    // The file keeps what was written; the cached copy reads as every read would.
-    GeneralDataType* cached = cached_kind ? g_cache.slot[kind].get() : nullptr;
-    if (cached != nullptr && kind == MOD_GL && cached->GL.FiscalYear == 0) {
-      cached->GL.FiscalYear = 1997;
-    }
-    LoadCurrentData(cached != nullptr ? cached : rec);
+  // The file keeps what was written; the cached copy reads as every read would.
+  GeneralDataType* cached = cached_kind ? g_cache.slot[kind].get() : nullptr;
+  if (cached != nullptr && kind == MOD_GL && cached->GL.FiscalYear == 0) {
+    cached->GL.FiscalYear = 1997;
   }
+  LoadCurrentData(cached != nullptr ? cached : rec);
   return 1;
 }
 

@@ -18,6 +18,8 @@
 #include "OpenDat.h"
 #include "company_test.h"
 #include "record_manager.h"
+#include "record_manager_internal.h"
+#include "rm_fault_backend.h"
 #include "utility.h"
 
 namespace {
@@ -48,6 +50,7 @@ class GeneralTest : public CompanyTest {
     CloseGeneralFile();
     DeallocGeneralRecReadPtr();
     CloseInternalChartFile();
+    rm::SetBackendDecorator(nullptr);
     SetClock(nullptr);
     CurVersion = "";
   }
@@ -204,6 +207,57 @@ TEST_F(GeneralTest, SharedWriteHandleEditsAndRefusesASecondWriter) {
   RealCloseFile(&f, "t", 1);
   EXPECT_EQ(+Stored(MOD_AP).AP.ControlAccount, 3);
   EXPECT_EQ(GetGeneralDataPtrNoOpen(nullptr, &rec, MOD_GL, 0), 0);
+}
+
+// The host edits the cache's buffer in place; an edit that never reached the file must not
+// be handed out again, whichever handle the edit went through.
+TEST_F(GeneralTest, EditNotWrittenIsReadAgainFromTheFile) {
+  auto plan = std::make_shared<rm::FaultPlan>();
+  rm::SetBackendDecorator([plan](std::unique_ptr<rm::Backend> inner) {
+    return rm::WrapWithFaults(std::move(inner), plan);
+  });
+  BtrvFile* f = nullptr;  // keeps the store, and so its faults, open through the test
+  ASSERT_TRUE(RealOpenBFileOwner(&f, GeneralFileName, 0, 1, csTheOwner, "t", 1));
+  struct Way {
+    const char* name;
+    BtrvFile* file;
+    unsigned short mode;
+    uint8_t through_write_handle;
+  };
+  const Way kWays[] = {{"caller's handle", f, kGenReadForUpdate, 0},
+                       {"handle opened for the edit", nullptr, kGenReadForUpdate, 0},
+                       {"shared write handle", nullptr, kGenReadThroughWriteHandle, 1}};
+  for (const Way& way : kWays) {
+    for (const bool fail_write : {false, true}) {
+      SCOPED_TRACE(std::string(way.name) + (fail_write ? ", write fails" : ", given up"));
+      if (way.mode == kGenReadThroughWriteHandle) {
+        ASSERT_EQ(OpenGeneralFileForWrite(), 1);
+      }
+      GeneralDataType* rec = nullptr;
+      ASSERT_EQ(GetGeneralDataPtr(way.file, &rec, MOD_GL, way.mode, false), 1);
+      rec->GL.CurrentPeriod = 20;
+      if (fail_write) plan->Arm(1, kStatusDiskFull, true);
+      EXPECT_EQ(WrtGeneralDataPtr(way.file, rec, fail_write, way.through_write_handle),
+                1 - fail_write);
+      plan->Disarm();
+      EXPECT_TRUE(ReadGoesToStore(MOD_GL, rec));
+      EXPECT_EQ((Ints{rec->GL.CurrentPeriod, Current.CurrentPeriod}), (Ints{15, 15}));
+      if (fail_write && way.file != nullptr) {  // the lock stays: the write may be tried again
+        rec->GL.CurrentPeriod = 16;
+        EXPECT_EQ(WrtGeneralDataPtr(way.file, rec, 1, 0), 1);
+        EXPECT_EQ((Ints{Stored(MOD_GL).GL.CurrentPeriod, Current.CurrentPeriod}), (Ints{16, 16}));
+        EditRecord(MOD_GL, [](GeneralDataType& r) { r.GL.CurrentPeriod = 15; });
+      }
+      CloseGeneralFile();
+    }
+  }
+  GeneralDataType* ar = Read(MOD_AR);  // a write with no handle to go through
+  ar->AR.ControlAccount = 7;
+  EXPECT_EQ(WrtGeneralDataPtr(nullptr, ar, 1, 0), 0);
+  EXPECT_EQ(+Read(MOD_AR)->AR.ControlAccount, 0);
+  RealCloseFile(&f, "t", 1);
+  EXPECT_EQ(+Stored(MOD_GL).GL.CurrentPeriod, 15);
+  EXPECT_TRUE(messages_.shown().empty());
 }
 
 TEST_F(GeneralTest, FiscalYearZeroReadsAs1997AndUnknownKindsAnswer5502) {
