@@ -127,9 +127,13 @@ double SumYearToDate(AccountType* account, int period, bool budget) {
   return sum;
 }
 
+// The amount right-aligned in a column of width characters (asterisks when it does not
+// fit). A column of no width shows nothing: handed on, a width of 0 would set no limit
+// and the whole number would be written past a buffer sized for the column.
 void AmountText(double amount, int width, char* text) {
   if (text == nullptr) return;
   text[0] = '\0';
+  if (width <= 0) return;
   AppendRtoString(text, amount, width, width, '-');
 }
 

@@ -187,6 +187,23 @@ TEST_F(ChartTest, SumsRunOverThePeriodsOfTheYear) {
                            GetAcntYTDBudget(&a, 16, 12, budget)}),
       (std::vector<double>{-10.5, 886.5, 1, -7.5, 30 + 31, 0, 0, 0, 0, 0, -14.5, 150.25}));
   EXPECT_EQ(std::string(amount) + "|" + budget, "      14.50-|      150.25");
+
+  // The text holds width characters and its terminator, never more; no width, no text.
+  a.Periods[3].Net = -1234567.5;
+  for (const int width : {-1, 0, 1, 6, 11, 12}) {
+    SCOPED_TRACE(width);
+    const size_t used = width > 0 ? static_cast<size_t>(width) + 1 : 1;
+    for (char* text : {amount, budget}) std::memset(text, '#', sizeof(amount));
+    GetAcntYTDAmt(&a, 3, width, amount);
+    GetAcntYTDBudget(&a, 16, width, budget);
+    for (const char* text : {amount, budget}) {
+      EXPECT_EQ(std::strlen(text), used - 1);
+      EXPECT_EQ(std::string(text + used, sizeof(amount) - used),
+                std::string(sizeof(amount) - used, '#'));
+    }
+  }
+  GetAcntYTDAmt(&a, 3, 11, amount);
+  EXPECT_STREQ(amount, "1234579.00-");
 }
 
 TEST_F(ChartTest, TransDescNamesTheDirectionByAccountType) {
