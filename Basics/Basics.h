@@ -20,6 +20,7 @@
 #include "GeneralUtils.h"
 #include "JOBEST.h"
 #include "JOURNAL.h"
+#include "KestrelInterface.h"
 #include "OpenDat.h"
 #include "PHASE.h"
 #include "PROJECT.h"
