@@ -106,7 +106,8 @@ struct AMCallbackRecordInfo {
 class BtrvFile {
  public:
   // Suppresses the record manager's own record-in-use / file-in-use prompt for the next
-  // call on this handle only.
+  // call on this handle only (any call but GetErrorCode takes it up, also one that never
+  // prompts).
   void NoLockMessageOnNextCall(bool flag = true);
 
   // Implementation state (defined in the record manager).
@@ -155,15 +156,23 @@ int32_t NumRecsInFile(BtrvFile* f);
 // Drops the lock taken by a locked read.
 uint8_t UnlockOneRecord(BtrvFile* f);
 
-// Batches: begins a write transaction on the file's store or joins the one this process
-// already has open there; it commits when the last batch begun in it ends. Answer 1 on
-// success.
+// Batches. bBeginBatchUpdate begins a write transaction on the file's store, or, when this
+// process has one open there already, a batch inside it (a savepoint); everything commits
+// when the outermost batch ends. Writers of other processes queue for the store in about
+// the order they asked; one kept waiting longer than the batch wait gets 85. Each answers
+// 1 on success, or 0 with the status readable by GetErrorCode (a failed begin opens no
+// level; the caller must not end or abandon it).
 int bBeginBatchUpdate(BtrvFile* f);
+// Ends the innermost batch: an inner one's writes become part of the batch around it, the
+// outermost commits. An end that answers 0 has undone what its batch wrote (the outermost:
+// everything) and closed it, so it is not to be abandoned after; an inner end also answers
+// 0, and so do the ones still to come, when the store undid the whole transaction by
+// itself (a full disk). 39 when no batch is open.
 int bEndBatchUpdate(BtrvFile* f);
-// Abandons the batch open on the file's store: every write made in it since the first
-// begin is undone and every level of it ends (the ends still to come answer 0 with 39).
-// Closing the last handle of a store abandons its batch the same way. Answers 1, or 0
-// with 39 when no batch is open.
+// Abandons the innermost batch: its writes are undone and the batches around it go on, so
+// that one failed operation inside a host's larger batch leaves the files as they were
+// before it; abandoning the outermost undoes everything. Closing the last handle of a
+// store abandons every level. Answers 1, or 0 with 39 when no batch is open.
 int bAbortBatchUpdate(BtrvFile* f);
 
 // The handle's last status; for a null handle, the status of this thread's last failed
@@ -202,7 +211,9 @@ std::vector<OpenHandleInfo> ListOpenHandles();
 size_t OpenHandleCount();
 
 // Settings of the record manager (for hosts and tests; defaults suit interactive use).
-// How long a writer waits for another process's batch before failing with 85.
+// How long a call waits for another process before failing with 85: a writer for the
+// batch ahead of it, any call for a store that another process has stopped in the middle
+// of its commit (a debugger, a suspended terminal). 10 seconds unless set.
 void SetBatchWaitMilliseconds(int ms);
 // Number of calls made to the stores' backends since the process started (all stores).
 uint64_t StoreCallCount();

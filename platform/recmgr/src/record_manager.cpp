@@ -59,10 +59,14 @@ struct Bias {
 };
 Bias ParseBias(uint16_t lock) { return Bias{lock >= 100, lock % 100 == 50}; }
 
-// A handle made by this process (a child of a fork must open its own).
+// A handle made by this process (a child of a fork must open its own). Every call on a
+// handle starts here, and so takes up a NoLockMessageOnNextCall: it holds for this call
+// alone, also when the call is one that never prompts.
 State* Usable(BtrvFile* f) {
   if (f == nullptr || f->state() == nullptr) return nullptr;
   State* s = f->state();
+  s->prompt_suppressed = s->no_lock_message;
+  s->no_lock_message = false;
   if (s->pid != rm::ThisProcess()) {
     s->status = kStatusNotOpen;
     return nullptr;
@@ -75,8 +79,7 @@ State* Usable(BtrvFile* f) {
 // shown with no store locked, so that the host may do anything while it is up.
 template <typename Op>
 Status RunWithPrompt(State* s, Op op) {
-  const bool suppressed = s->no_lock_message;
-  s->no_lock_message = false;
+  const bool suppressed = s->prompt_suppressed;
   Status st;
   for (;;) {
     st = op();
@@ -487,7 +490,17 @@ int bBeginBatchUpdate(BtrvFile* f) {
         return begun;
       }
       store.touched.clear();
+      store.touched_marks.clear();
       store.batch_failure = kStatusOk;
+    } else {
+      // A batch inside a batch is a savepoint, so that it can be abandoned alone.
+      if (store.batch_failure != kStatusOk) return store.batch_failure;
+      Status marked = store.Call().Savepoint(store.batch_depth);
+      if (marked != kStatusOk) {
+        if (!store.Call().InTransaction()) store.batch_failure = marked;
+        return marked;
+      }
+      store.touched_marks.push_back(store.touched.size());
     }
     ++store.batch_depth;
     return kStatusOk;
@@ -504,12 +517,25 @@ int bEndBatchUpdate(BtrvFile* f) {
     s->status = kStatusNoBatch;
     return 0;
   }
-  if (--store.batch_depth > 0) {
-    s->status = store.batch_failure;
-    return s->status == kStatusOk;
+  if (store.batch_depth > 1) {
+    // An inner batch's writes become the outer one's; they commit with it.
+    // An end that fails undoes its own batch, as the outermost end does, and closes it.
+    Status st = store.batch_failure;
+    if (st == kStatusOk) {
+      st = store.Call().ReleaseSavepoint(store.batch_depth - 1);
+      if (st != kStatusOk && store.Call().RollbackToSavepoint(store.batch_depth - 1) != kStatusOk) {
+        store.batch_failure = st;  // what it wrote may still be there: nothing may commit
+      }
+    }
+    --store.batch_depth;
+    if (st != kStatusOk) store.touched.resize(store.touched_marks.back());
+    store.touched_marks.pop_back();
+    s->status = st;
+    return st == kStatusOk;
   }
   // The last end: the change times of the files written, then the commit, so that the
   // batch's records and the times other processes go by appear together.
+  store.batch_depth = 0;
   Status st = store.batch_failure;
   const int64_t now = rm::WallClockNs();
   for (size_t i = 0; st == kStatusOk && i < store.touched.size(); ++i) {
@@ -518,6 +544,7 @@ int bEndBatchUpdate(BtrvFile* f) {
   if (st == kStatusOk) st = store.Call().Commit();
   if (st != kStatusOk) store.Call().Rollback();
   store.touched.clear();
+  store.touched_marks.clear();
   store.batch_failure = kStatusOk;
   s->status = st;
   return st == kStatusOk;
@@ -532,10 +559,23 @@ int bAbortBatchUpdate(BtrvFile* f) {
     s->status = kStatusNoBatch;
     return 0;
   }
+  if (store.batch_depth > 1) {
+    // Undoes the innermost batch alone; the ones around it go on.
+    if (store.batch_failure == kStatusOk) {
+      Status st = store.Call().RollbackToSavepoint(store.batch_depth - 1);
+      if (st != kStatusOk) store.batch_failure = st;  // what it wrote may still be there
+    }
+    --store.batch_depth;
+    store.touched.resize(store.touched_marks.back());
+    store.touched_marks.pop_back();
+    s->status = kStatusOk;
+    return 1;
+  }
   store.Call().Rollback();
   store.batch_depth = 0;
   store.batch_failure = kStatusOk;
   store.touched.clear();
+  store.touched_marks.clear();
   s->status = kStatusOk;
   return 1;
 }

@@ -148,7 +148,7 @@ void LetGo(State* s) {
   {
     std::lock_guard<std::mutex> guard(store->mu);
     // The handle's stepping cursor, if it has one, must not keep a read open.
-    store->Call().Quiesce();
+    store->Call().EndCursor(s->id);
     if (--s->file->handles == 0) {
       store->Call().DetachTable(s->file->table);
       store->files.erase(s->file->entry.id);

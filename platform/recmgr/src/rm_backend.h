@@ -86,24 +86,38 @@ class Backend {
   virtual void DetachTable(Table* table) = 0;
 
   // --- Transactions ---
-  // Begins a write transaction; waits up to the busy wait for other writers, then 85.
+  // Begins a write transaction. Writers queue for the store in about the order they
+  // asked; one that waits longer than the busy wait gets 85.
   virtual Status Begin() = 0;
   virtual Status Commit() = 0;
+  // Undoes the open transaction with every savepoint in it; a no-op when none is open.
   virtual void Rollback() = 0;
+  // Savepoints inside the open transaction, numbered from 1 outwards in: Savepoint(n)
+  // marks the store as it is now, ReleaseSavepoint(n) keeps what was written since (it
+  // becomes part of level n - 1), RollbackToSavepoint(n) undoes it and ends level n.
+  virtual Status Savepoint(int level) = 0;
+  virtual Status ReleaseSavepoint(int level) = 0;
+  virtual Status RollbackToSavepoint(int level) = 0;
   // True while a write transaction is open (false again after the store undid one by
   // itself, e.g. after a disk-full error).
   virtual bool InTransaction() = 0;
+  // How long a call may wait for another process (a writer's turn, a store that another
+  // process is stalled inside) before it answers 85.
   virtual void SetBusyWait(int ms) = 0;
-  // Lets go of every open read (a stepping cursor's snapshot), e.g. before a fork.
+  // Lets go of every open read (every stepping cursor's snapshot), e.g. before a fork.
   virtual void Quiesce() = 0;
 
   // --- Reads ---
   // A record by key slot. key holds the key bytes for the ops that take a key, pos the
-  // position for kAfter/kBefore. scan_owner, when not 0, lets consecutive kAfter (or
-  // kBefore) calls of one owner continue a stepping cursor instead of seeking again;
-  // any other call on the backend ends that cursor. 4 not found, 9 end of file.
+  // position for kAfter/kBefore. scan_owner names a stepping cursor (a handle): when not
+  // 0, consecutive kAfter (or kBefore) calls of one owner continue its cursor instead of
+  // seeking again, whatever other owners read in between. Writes, transaction boundaries
+  // and catalogue changes end every cursor; a cursor left idle for a while is not
+  // continued. 4 not found, 9 end of file.
   virtual Status Seek(Table* table, int slot, SeekOp op, const uint8_t* key, int32_t pos,
                       uint64_t scan_owner, RowOut* out) = 0;
+  // Forgets an owner's cursor (its handle is closing).
+  virtual void EndCursor(uint64_t scan_owner) = 0;
   // The record at a position; out->key, when asked for, receives key slot's bytes.
   // 43 when no record is there.
   virtual Status ReadAt(Table* table, int32_t pos, int slot, RowOut* out) = 0;

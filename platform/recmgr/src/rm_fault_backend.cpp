@@ -36,6 +36,15 @@ class FaultBackend final : public Backend {
     return inner_->Commit();
   }
   void Rollback() override { inner_->Rollback(); }
+  Status Savepoint(int level) override {
+    if (Status st = Write()) return st;
+    return inner_->Savepoint(level);
+  }
+  Status ReleaseSavepoint(int level) override {
+    if (Status st = Write()) return st;
+    return inner_->ReleaseSavepoint(level);
+  }
+  Status RollbackToSavepoint(int level) override { return inner_->RollbackToSavepoint(level); }
   bool InTransaction() override { return inner_->InTransaction(); }
   void SetBusyWait(int ms) override { inner_->SetBusyWait(ms); }
   void Quiesce() override { inner_->Quiesce(); }
@@ -44,6 +53,7 @@ class FaultBackend final : public Backend {
     if (Status st = Read()) return st;
     return inner_->Seek(table, slot, op, key, pos, scan_owner, out);
   }
+  void EndCursor(uint64_t scan_owner) override { inner_->EndCursor(scan_owner); }
   Status ReadAt(Table* table, int32_t pos, int slot, RowOut* out) override {
     if (Status st = Read()) return st;
     return inner_->ReadAt(table, pos, slot, out);

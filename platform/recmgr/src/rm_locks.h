@@ -46,6 +46,35 @@ class LockFile {
   bool writable_;
 };
 
+// The turn of the store's writers. A writer holds the queue byte while it waits for the
+// writer byte, and lets the queue byte go once it has the writer byte, so a writer that
+// has just committed finds the next one already queued and must wait behind it: nobody
+// who commits back to back keeps the others out. Held from a transaction's begin to its
+// end; the system drops both bytes with a process that dies. Bytes 1 and 2 of the lock
+// file, below every file's bytes. One object per store connection; not thread-safe.
+class WriterTurn {
+ public:
+  // Opens directory's lock file for the turn; null when it cannot be written (a
+  // read-only directory takes no writes anyway).
+  static std::unique_ptr<WriterTurn> Open(const std::string& directory);
+  ~WriterTurn();
+  WriterTurn(const WriterTurn&) = delete;
+  WriterTurn& operator=(const WriterTurn&) = delete;
+
+  // Waits up to wait_ms for the turn. Answers 0 with the turn held, 85 when the wait ran
+  // out (nothing held), 2 when the lock file fails.
+  Status Take(int wait_ms);
+  // Gives the turn back; a no-op when it is not held.
+  void Give();
+  bool held() const { return held_; }
+
+ private:
+  explicit WriterTurn(int fd) : fd_(fd) {}
+
+  int fd_;
+  bool held_ = false;
+};
+
 }  // namespace rm
 
 #endif  // BASICS_PLATFORM_RM_LOCKS_H_

@@ -6,12 +6,18 @@
 #include <sqlite3.h>
 #include <time.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
+#include <map>
+#include <mutex>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "record_manager.h"
+#include "rm_locks.h"
+#include "rm_store_internal.h"
 
 namespace rm {
 namespace {
@@ -38,6 +44,10 @@ Status StatusFromSqlite(int rc) {
                  : kStatusIoError;
     case SQLITE_BUSY:
     case SQLITE_LOCKED:
+    // SQLite gives up on the shared-memory index with PROTOCOL when another process
+    // holds it half-written for long: a writer stopped inside its commit (a debugger, a
+    // suspended terminal, a paused machine). The store is busy, not damaged.
+    case SQLITE_PROTOCOL:
       return kStatusFileInUse;
     case SQLITE_FULL:
       return kStatusDiskFull;
@@ -48,6 +58,41 @@ Status StatusFromSqlite(int rc) {
     default:  // CORRUPT, NOTADB, IOERR, NOMEM, ...
       return kStatusIoError;
   }
+}
+
+// How long the calling thread's current store call may still sleep waiting for another
+// process. SQLite's busy handler and its own retries on the shared-memory index both sleep
+// through the VFS, and the second keeps at it for about ten seconds whatever the busy
+// timeout says; the VFS below ends every sleep once the call has used its wait.
+struct WaitBudget {
+  int64_t left_us = 0;
+};
+thread_local WaitBudget t_wait;
+
+sqlite3_vfs* g_system_vfs = nullptr;
+sqlite3_vfs g_vfs;  // the system's VFS with a sleep that keeps to t_wait
+constexpr const char* kVfsName = "basics-rm";
+
+int BoundedSleep(sqlite3_vfs* /*vfs*/, int us) {
+  if (t_wait.left_us <= 0) return 0;
+  if (us > t_wait.left_us) us = static_cast<int>(t_wait.left_us);
+  t_wait.left_us -= us;
+  return g_system_vfs->xSleep(g_system_vfs, us);
+}
+
+// Registers the VFS once; answers its name, or null to use the system's as it is.
+const char* BoundedVfs() {
+  static std::once_flag once;
+  std::call_once(once, [] {
+    g_system_vfs = sqlite3_vfs_find(nullptr);
+    if (g_system_vfs == nullptr) return;
+    g_vfs = *g_system_vfs;  // keeps the system's files, locks and app data
+    g_vfs.pNext = nullptr;
+    g_vfs.zName = kVfsName;
+    g_vfs.xSleep = BoundedSleep;
+    if (sqlite3_vfs_register(&g_vfs, 0) != SQLITE_OK) g_system_vfs = nullptr;
+  });
+  return g_system_vfs != nullptr ? kVfsName : nullptr;
 }
 
 // prefix followed by a number: the names of tables (f12), key columns (k0) and
@@ -95,8 +140,6 @@ struct SqlTable final : Table {
   explicit SqlTable(const TableShape& s) : shape(s), name(Numbered("f", s.id)) {
     size_t n = s.key_lengths.size();
     seek.resize(n);
-    dups_after.resize(n);
-    dups_before.resize(n);
     read_at_key.resize(n);
     for (uint32_t len : s.key_lengths) total_key_length += len;
   }
@@ -105,24 +148,26 @@ struct SqlTable final : Table {
   TableShape shape;
   std::string name;  // f<id>
   uint32_t total_key_length = 0;
-  // [slot][op][0 with the record, 1 key only]
+  // [slot][op][0 with the record, 1 key only]; the stepping ops' statements belong to
+  // the cursors instead.
   std::vector<std::array<std::array<Stmt, 2>, kSeekOpCount>> seek;
-  // The rest of a run of duplicates after / before a position: [slot][key only]
-  std::vector<std::array<Stmt, 2>> dups_after;
-  std::vector<std::array<Stmt, 2>> dups_before;
   std::vector<Stmt> read_at_key;  // [slot]
   Stmt read_at, step_forward, step_back, count, insert, update, check, erase, erase_pos;
 };
 
 class SqliteBackend final : public Backend {
  public:
-  SqliteBackend(sqlite3* db, int busy_ms) : db_(db), busy_ms_(busy_ms) {}
+  SqliteBackend(sqlite3* db, int busy_ms, std::unique_ptr<WriterTurn> turn)
+      : db_(db), busy_ms_(busy_ms), turn_(std::move(turn)) {}
   ~SqliteBackend() override {
-    EndScan();
+    cursors_.clear();
+    stepping_.clear();
+    savepoints_.clear();
     tables_.clear();
     catalogue_.reset();
     // An open transaction is undone by the close: a batch never commits half-way.
     sqlite3_close_v2(db_);
+    turn_.reset();  // gives the writers' turn back, if held
   }
 
   Status Init(bool create);
@@ -136,14 +181,18 @@ class SqliteBackend final : public Backend {
   Status Begin() override;
   Status Commit() override;
   void Rollback() override;
+  Status Savepoint(int level) override;
+  Status ReleaseSavepoint(int level) override;
+  Status RollbackToSavepoint(int level) override;
   bool InTransaction() override { return sqlite3_get_autocommit(db_) == 0; }
   void SetBusyWait(int ms) override {
     busy_ms_ = ms;
     sqlite3_busy_timeout(db_, ms);
   }
-  void Quiesce() override { EndScan(); }
+  void Quiesce() override { EndScans(); }
   Status Seek(Table* table, int slot, SeekOp op, const uint8_t* key, int32_t pos,
               uint64_t scan_owner, RowOut* out) override;
+  void EndCursor(uint64_t scan_owner) override;
   Status ReadAt(Table* table, int32_t pos, int slot, RowOut* out) override;
   Status Step(Table* table, int32_t pos, bool forward, RowOut* out) override;
   Status Count(Table* table, int64_t* count) override;
@@ -157,41 +206,99 @@ class SqliteBackend final : public Backend {
   struct Catalogue {
     Stmt find, insert, erase, touch, begin, commit, rollback;
   };
-  // The one stepping cursor of this connection.
-  struct Scan {
-    sqlite3_stmt* stmt = nullptr;
+  // One owner's (one handle's) walk along a key of its table. It keeps its own
+  // statements, so that the walk goes on whatever other handles read between two steps;
+  // all of them read in the one snapshot that the connection holds while any cursor
+  // steps.
+  struct Cursor {
     SqlTable* table = nullptr;
+    // By slot, direction and key-only: [0] the rest of one key's duplicates, [1] the
+    // keys beyond it.
+    std::map<int, std::array<Stmt, 2>> stmts;
+    sqlite3_stmt* active = nullptr;  // the statement stepping now; null at rest
     int slot = 0;
     SeekOp op = SeekOp::kAfter;
     bool key_only = false;
     bool in_duplicates = false;  // stepping the rest of one key's duplicates
-    uint64_t owner = 0;
     int32_t last_pos = 0;
     int64_t last_ns = 0;
   };
 
-  void EndScan() {
-    if (scan_.stmt != nullptr) sqlite3_reset(scan_.stmt);
-    scan_.stmt = nullptr;
+  // Every call starts here: it may wait for other processes as long as the busy wait,
+  // and a cursor left idle gives its snapshot up.
+  void StartCall() {
+    t_wait.left_us = static_cast<int64_t>(busy_ms_) * 1000;
+    if (!stepping_.empty()) EndIdleScans();
   }
+  void StopCursor(Cursor* c);
+  void EndScans();
+  void EndIdleScans();
+  // Forgets the cursors whose statements read t.
+  void DropCursorsOf(const SqlTable* t);
   // Statements answer SQLite's extended result code directly.
   Status Fail(int rc) const { return StatusFromSqlite(rc); }
   Status LastFailure() const { return StatusFromSqlite(sqlite3_extended_errcode(db_)); }
   Status Exec(const std::string& sql);
+  Status RunStatement(Stmt& stmt, const std::string& sql);
+  std::string SeekSql(const SqlTable* t, int slot, SeekOp op, bool key_only) const;
   sqlite3_stmt* SeekStatement(SqlTable* t, int slot, SeekOp op, bool key_only);
-  sqlite3_stmt* DuplicatesStatement(SqlTable* t, int slot, bool after, bool key_only);
+  // The cursor's statement for its current walk: the duplicates or the keys beyond.
+  sqlite3_stmt* CursorStatement(Cursor* c, bool duplicates);
   // Copies the current row of stmt (pos, ver, key, [record]) into out.
   Status FillRow(SqlTable* t, int slot, sqlite3_stmt* stmt, RowOut* out);
   // Steps stmt once: 0 with a row filled, end_status when there is none.
   Status StepRow(SqlTable* t, int slot, sqlite3_stmt* stmt, RowOut* out, Status end_status);
-  Status ScanStep(SqlTable* t, int slot, SeekOp op, const uint8_t* key, RowOut* out);
+  Status CursorStep(Cursor* c, const uint8_t* key, RowOut* out);
 
   sqlite3* db_;
   int busy_ms_;
+  std::unique_ptr<WriterTurn> turn_;  // null when the lock file cannot be written
   std::unique_ptr<Catalogue> catalogue_ = std::make_unique<Catalogue>();
   std::vector<std::unique_ptr<SqlTable>> tables_;
-  Scan scan_;
+  std::unordered_map<uint64_t, Cursor> cursors_;  // by owner; elements never move
+  std::vector<Cursor*> stepping_;                 // the cursors with a statement stepping
+  std::vector<std::array<Stmt, 3>> savepoints_;   // by level - 1: begin, release, undo
 };
+
+void SqliteBackend::StopCursor(Cursor* c) {
+  if (c->active == nullptr) return;
+  sqlite3_reset(c->active);
+  c->active = nullptr;
+  stepping_.erase(std::find(stepping_.begin(), stepping_.end(), c));
+}
+
+void SqliteBackend::EndScans() {
+  for (Cursor* c : stepping_) {
+    sqlite3_reset(c->active);
+    c->active = nullptr;
+  }
+  stepping_.clear();
+}
+
+void SqliteBackend::EndIdleScans() {
+  const int64_t now = MonotonicNs();
+  for (size_t i = stepping_.size(); i-- > 0;) {
+    if (now - stepping_[i]->last_ns >= kScanIdleLimitNs) StopCursor(stepping_[i]);
+  }
+}
+
+void SqliteBackend::DropCursorsOf(const SqlTable* t) {
+  for (auto it = cursors_.begin(); it != cursors_.end();) {
+    if (it->second.table == t) {
+      StopCursor(&it->second);
+      it = cursors_.erase(it);
+    } else {
+      ++it;
+    }
+  }
+}
+
+void SqliteBackend::EndCursor(uint64_t scan_owner) {
+  auto it = cursors_.find(scan_owner);
+  if (it == cursors_.end()) return;
+  StopCursor(&it->second);
+  cursors_.erase(it);
+}
 
 Status SqliteBackend::Exec(const std::string& sql) {
   int rc = sqlite3_exec(db_, sql.c_str(), nullptr, nullptr, nullptr);
@@ -199,6 +306,7 @@ Status SqliteBackend::Exec(const std::string& sql) {
 }
 
 Status SqliteBackend::Init(bool create) {
+  StartCall();
   sqlite3_extended_result_codes(db_, 1);
   sqlite3_busy_timeout(db_, busy_ms_);
   // journal_mode answers the mode in force; anything but WAL means the store could not
@@ -232,7 +340,7 @@ Status SqliteBackend::Init(bool create) {
 }
 
 Status SqliteBackend::FindFile(const std::string& name, FileEntry* out) {
-  EndScan();
+  StartCall();
   int rc = catalogue_->find.Prepare(
       db_,
       "SELECT id, owner, spec, changed_ns, record_length, page_size FROM _files "
@@ -262,7 +370,8 @@ Status SqliteBackend::FindFile(const std::string& name, FileEntry* out) {
 }
 
 Status SqliteBackend::CreateFile(const FileEntry& entry, const TableShape& shape, int64_t* id) {
-  EndScan();
+  StartCall();
+  EndScans();
   // A store made by an older open may lack the catalogue; making it costs nothing here.
   Status st = Exec(
       "CREATE TABLE IF NOT EXISTS _files(id INTEGER PRIMARY KEY AUTOINCREMENT, "
@@ -311,10 +420,16 @@ Status SqliteBackend::CreateFile(const FileEntry& entry, const TableShape& shape
 }
 
 Status SqliteBackend::DropFile(int64_t id) {
-  EndScan();
+  StartCall();
+  EndScans();
   // Statements prepared on the table would keep it busy.
   for (auto it = tables_.begin(); it != tables_.end();) {
-    it = (*it)->shape.id == id ? tables_.erase(it) : it + 1;
+    if ((*it)->shape.id == id) {
+      DropCursorsOf(it->get());
+      it = tables_.erase(it);
+    } else {
+      ++it;
+    }
   }
   Status st = Exec(Numbered("DROP TABLE IF EXISTS f", id));
   if (st != kStatusOk) return st;
@@ -328,7 +443,8 @@ Status SqliteBackend::DropFile(int64_t id) {
 }
 
 Status SqliteBackend::TouchFile(int64_t id, int64_t changed_ns) {
-  EndScan();
+  StartCall();
+  EndScans();
   int rc = catalogue_->touch.Prepare(db_, "UPDATE _files SET changed_ns=?2 WHERE id=?1");
   if (rc != SQLITE_OK) return Fail(rc);
   sqlite3_stmt* s = catalogue_->touch.get();
@@ -340,104 +456,144 @@ Status SqliteBackend::TouchFile(int64_t id, int64_t changed_ns) {
 }
 
 Table* SqliteBackend::AttachTable(const TableShape& shape) {
-  EndScan();
   tables_.push_back(std::make_unique<SqlTable>(shape));
   return tables_.back().get();
 }
 
 void SqliteBackend::DetachTable(Table* table) {
-  EndScan();
   for (auto it = tables_.begin(); it != tables_.end(); ++it) {
     if (it->get() == table) {
+      DropCursorsOf(it->get());
       tables_.erase(it);
       return;
     }
   }
 }
 
-Status SqliteBackend::Begin() {
-  EndScan();
-  int rc = catalogue_->begin.Prepare(db_, "BEGIN IMMEDIATE");
+Status SqliteBackend::RunStatement(Stmt& stmt, const std::string& sql) {
+  int rc = stmt.Prepare(db_, sql);
   if (rc != SQLITE_OK) return Fail(rc);
-  sqlite3_stmt* s = catalogue_->begin.get();
-  ResetOnExit reset(s);
-  rc = sqlite3_step(s);
+  ResetOnExit reset(stmt.get());
+  rc = sqlite3_step(stmt.get());
   return rc == SQLITE_DONE ? Status{kStatusOk} : Fail(rc);
+}
+
+Status SqliteBackend::Begin() {
+  StartCall();
+  EndScans();
+  if (turn_ != nullptr) {
+    // The wait for the turn and SQLite's own wait for the store share the busy wait.
+    const int64_t start = MonotonicNs();
+    Status st = turn_->Take(busy_ms_);
+    if (st != kStatusOk) return st;
+    t_wait.left_us = std::max<int64_t>(0, t_wait.left_us - (MonotonicNs() - start) / 1000);
+  }
+  Status st = RunStatement(catalogue_->begin, "BEGIN IMMEDIATE");
+  if (st != kStatusOk && !InTransaction() && turn_ != nullptr) turn_->Give();
+  return st;
 }
 
 Status SqliteBackend::Commit() {
-  EndScan();
-  int rc = catalogue_->commit.Prepare(db_, "COMMIT");
-  if (rc != SQLITE_OK) return Fail(rc);
-  sqlite3_stmt* s = catalogue_->commit.get();
-  ResetOnExit reset(s);
-  rc = sqlite3_step(s);
-  return rc == SQLITE_DONE ? Status{kStatusOk} : Fail(rc);
+  StartCall();
+  EndScans();
+  Status st = RunStatement(catalogue_->commit, "COMMIT");
+  // A commit that failed leaves the transaction open for the caller's rollback.
+  if (!InTransaction() && turn_ != nullptr) turn_->Give();
+  return st;
 }
 
 void SqliteBackend::Rollback() {
-  EndScan();
-  if (sqlite3_get_autocommit(db_)) return;
-  if (catalogue_->rollback.Prepare(db_, "ROLLBACK") != SQLITE_OK) {
+  StartCall();
+  EndScans();
+  if (InTransaction() && RunStatement(catalogue_->rollback, "ROLLBACK") != kStatusOk) {
     sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
-    return;
   }
-  sqlite3_stmt* s = catalogue_->rollback.get();
-  ResetOnExit reset(s);
-  sqlite3_step(s);
+  if (turn_ != nullptr) turn_->Give();
 }
 
-sqlite3_stmt* SqliteBackend::SeekStatement(SqlTable* t, int slot, SeekOp op, bool key_only) {
-  Stmt& stmt = t->seek[static_cast<size_t>(slot)][static_cast<size_t>(op)][key_only ? 1 : 0];
-  if (stmt.get() != nullptr) return stmt.get();
+Status SqliteBackend::Savepoint(int level) {
+  StartCall();
+  EndScans();
+  // Outside a transaction a savepoint would begin one of its own, past the writers' turn.
+  if (level < 1 || !InTransaction()) return kStatusNoBatch;
+  if (savepoints_.size() < static_cast<size_t>(level)) savepoints_.resize(level);
+  return RunStatement(savepoints_[level - 1][0], Numbered("SAVEPOINT b", level));
+}
+
+Status SqliteBackend::ReleaseSavepoint(int level) {
+  StartCall();
+  EndScans();
+  if (level < 1 || !InTransaction() || savepoints_.size() < static_cast<size_t>(level)) {
+    return kStatusNoBatch;
+  }
+  return RunStatement(savepoints_[level - 1][1], Numbered("RELEASE b", level));
+}
+
+Status SqliteBackend::RollbackToSavepoint(int level) {
+  StartCall();
+  EndScans();
+  if (level < 1 || !InTransaction() || savepoints_.size() < static_cast<size_t>(level)) {
+    return kStatusNoBatch;
+  }
+  Status st = RunStatement(savepoints_[level - 1][2], Numbered("ROLLBACK TO b", level));
+  if (st == kStatusOk) st = RunStatement(savepoints_[level - 1][1], Numbered("RELEASE b", level));
+  return st;
+}
+
+std::string SqliteBackend::SeekSql(const SqlTable* t, int slot, SeekOp op, bool key_only) const {
   const std::string k = t->Column(slot);
   std::string sql = "SELECT pos, ver, " + k + (key_only ? "" : ", data") + " FROM " + t->name;
   const std::string up = " ORDER BY " + k + ", pos";
   const std::string down = " ORDER BY " + k + " DESC, pos DESC";
   switch (op) {
     case SeekOp::kEqual:
-      sql += " WHERE " + k + "=?1" + up + " LIMIT 1";
-      break;
+      return sql + " WHERE " + k + "=?1" + up + " LIMIT 1";
     case SeekOp::kGreaterOrEqual:
-      sql += " WHERE " + k + ">=?1" + up + " LIMIT 1";
-      break;
+      return sql + " WHERE " + k + ">=?1" + up + " LIMIT 1";
     case SeekOp::kGreater:
-      sql += " WHERE " + k + ">?1" + up + " LIMIT 1";
-      break;
+      return sql + " WHERE " + k + ">?1" + up + " LIMIT 1";
     case SeekOp::kLess:
-      sql += " WHERE " + k + "<?1" + down + " LIMIT 1";
-      break;
+      return sql + " WHERE " + k + "<?1" + down + " LIMIT 1";
     case SeekOp::kLessOrEqual:
-      sql += " WHERE " + k + "<=?1" + down + " LIMIT 1";
-      break;
+      return sql + " WHERE " + k + "<=?1" + down + " LIMIT 1";
     case SeekOp::kFirst:
-      sql += up + " LIMIT 1";
-      break;
+      return sql + up + " LIMIT 1";
     case SeekOp::kLast:
-      sql += down + " LIMIT 1";
-      break;
+      return sql + down + " LIMIT 1";
     // The cursors of Next and Previous: every key after / before the current one (the
-    // current key's remaining duplicates come from DuplicatesStatement first).
+    // current key's remaining duplicates come from the cursor's other statement first).
     case SeekOp::kAfter:
-      sql += " WHERE " + k + ">?1" + up;
-      break;
+      return sql + " WHERE " + k + ">?1" + up;
     case SeekOp::kBefore:
-      sql += " WHERE " + k + "<?1" + down;
-      break;
+      return sql + " WHERE " + k + "<?1" + down;
   }
-  if (stmt.Prepare(db_, sql) != SQLITE_OK) return nullptr;
+  return sql;
+}
+
+sqlite3_stmt* SqliteBackend::SeekStatement(SqlTable* t, int slot, SeekOp op, bool key_only) {
+  Stmt& stmt = t->seek[static_cast<size_t>(slot)][static_cast<size_t>(op)][key_only ? 1 : 0];
+  if (stmt.get() == nullptr && stmt.Prepare(db_, SeekSql(t, slot, op, key_only)) != SQLITE_OK) {
+    return nullptr;
+  }
   return stmt.get();
 }
 
-sqlite3_stmt* SqliteBackend::DuplicatesStatement(SqlTable* t, int slot, bool after, bool key_only) {
-  Stmt& stmt = (after ? t->dups_after : t->dups_before)[static_cast<size_t>(slot)][key_only];
+sqlite3_stmt* SqliteBackend::CursorStatement(Cursor* c, bool duplicates) {
+  const bool after = c->op == SeekOp::kAfter;
+  std::array<Stmt, 2>& pair = c->stmts[c->slot * 4 + (after ? 0 : 2) + (c->key_only ? 1 : 0)];
+  Stmt& stmt = pair[duplicates ? 0 : 1];
   if (stmt.get() != nullptr) return stmt.get();
-  const std::string k = t->Column(slot);
-  // (key, pos) > (?1, ?2) as one row-value range would not use the index's position
-  // column, and a long run of duplicates would be walked from its start on every seek.
-  std::string sql = "SELECT pos, ver, " + k + (key_only ? "" : ", data") + " FROM " + t->name +
-                    " WHERE " + k + "=?1 AND pos" + (after ? ">" : "<") + "?2 ORDER BY pos" +
-                    (after ? "" : " DESC");
+  std::string sql;
+  if (duplicates) {
+    // (key, pos) > (?1, ?2) as one row-value range would not use the index's position
+    // column, and a long run of duplicates would be walked from its start on every seek.
+    const std::string k = c->table->Column(c->slot);
+    sql = "SELECT pos, ver, " + k + (c->key_only ? "" : ", data") + " FROM " + c->table->name +
+          " WHERE " + k + "=?1 AND pos" + (after ? ">" : "<") + "?2 ORDER BY pos" +
+          (after ? "" : " DESC");
+  } else {
+    sql = SeekSql(c->table, c->slot, c->op, c->key_only);
+  }
   if (stmt.Prepare(db_, sql) != SQLITE_OK) return nullptr;
   return stmt.get();
 }
@@ -477,47 +633,42 @@ Status SqliteBackend::StepRow(SqlTable* t, int slot, sqlite3_stmt* stmt, RowOut*
 
 Status SqliteBackend::Seek(Table* table, int slot, SeekOp op, const uint8_t* key, int32_t pos,
                            uint64_t scan_owner, RowOut* out) {
+  StartCall();
   SqlTable* t = static_cast<SqlTable*>(table);
   const bool key_only = out->data == nullptr;
   const int key_len = static_cast<int>(t->shape.key_lengths[static_cast<size_t>(slot)]);
   if (op == SeekOp::kAfter || op == SeekOp::kBefore) {
+    Cursor* c = &cursors_[scan_owner];
+    if (c->table != t) {
+      StopCursor(c);
+      c->stmts.clear();
+      c->table = t;
+    }
     const int64_t now = MonotonicNs();
-    if (scan_.stmt != nullptr && scan_owner != 0 && scan_.owner == scan_owner && scan_.table == t &&
-        scan_.slot == slot && scan_.op == op && scan_.key_only == key_only &&
-        scan_.last_pos == pos && now - scan_.last_ns < kScanIdleLimitNs) {
-      // Nothing else happened on this connection since the cursor returned the handle's
-      // current record: its next row is the answer.
-      scan_.last_ns = now;
-      return ScanStep(t, slot, op, key, out);
+    if (c->active != nullptr && scan_owner != 0 && c->slot == slot && c->op == op &&
+        c->key_only == key_only && c->last_pos == pos && now - c->last_ns < kScanIdleLimitNs) {
+      // The cursor last returned the handle's current record: its next row is the answer.
+      c->last_ns = now;
+      return CursorStep(c, key, out);
     }
-    EndScan();
-    scan_ = Scan();
-    scan_.table = t;
-    scan_.slot = slot;
-    scan_.op = op;
-    scan_.key_only = key_only;
-    scan_.owner = scan_owner;
-    scan_.last_ns = now;
-    if (!t->shape.unique[static_cast<size_t>(slot)]) {
-      sqlite3_stmt* s = DuplicatesStatement(t, slot, op == SeekOp::kAfter, key_only);
-      if (s == nullptr) return LastFailure();
-      // The cursor outlives this call and key is the handle's buffer: SQLite keeps a copy.
-      sqlite3_bind_blob(s, 1, key, key_len, SQLITE_TRANSIENT);
-      sqlite3_bind_int64(s, 2, pos);
-      scan_.stmt = s;
-      scan_.in_duplicates = true;
-    } else {
-      sqlite3_stmt* s = SeekStatement(t, slot, op, key_only);
-      if (s == nullptr) return LastFailure();
-      sqlite3_bind_blob(s, 1, key, key_len, SQLITE_TRANSIENT);
-      scan_.stmt = s;
-    }
-    Status st = ScanStep(t, slot, op, key, out);
-    if (scan_owner == 0) EndScan();
+    StopCursor(c);
+    c->slot = slot;
+    c->op = op;
+    c->key_only = key_only;
+    c->last_ns = now;
+    c->in_duplicates = !t->shape.unique[static_cast<size_t>(slot)];
+    sqlite3_stmt* s = CursorStatement(c, c->in_duplicates);
+    if (s == nullptr) return LastFailure();
+    // The cursor outlives this call and key is the handle's buffer: SQLite keeps a copy.
+    sqlite3_bind_blob(s, 1, key, key_len, SQLITE_TRANSIENT);
+    if (c->in_duplicates) sqlite3_bind_int64(s, 2, pos);
+    c->active = s;
+    stepping_.push_back(c);
+    Status st = CursorStep(c, key, out);
+    if (scan_owner == 0) StopCursor(c);
     return st;
   }
 
-  EndScan();
   sqlite3_stmt* s = SeekStatement(t, slot, op, key_only);
   if (s == nullptr) return LastFailure();
   ResetOnExit reset(s);
@@ -529,35 +680,38 @@ Status SqliteBackend::Seek(Table* table, int slot, SeekOp op, const uint8_t* key
   return StepRow(t, slot, s, out, end);
 }
 
-Status SqliteBackend::ScanStep(SqlTable* t, int slot, SeekOp op, const uint8_t* key, RowOut* out) {
-  int rc = sqlite3_step(scan_.stmt);
-  if (rc == SQLITE_DONE && scan_.in_duplicates) {
+Status SqliteBackend::CursorStep(Cursor* c, const uint8_t* key, RowOut* out) {
+  int rc = sqlite3_step(c->active);
+  if (rc == SQLITE_DONE && c->in_duplicates) {
     // The current key has no more duplicates that way: go on with the keys beyond it.
     // key is the handle's current key, the same one the duplicates had.
-    sqlite3_reset(scan_.stmt);
-    scan_.in_duplicates = false;
-    scan_.stmt = SeekStatement(t, slot, op, scan_.key_only);
-    if (scan_.stmt == nullptr) return LastFailure();
-    sqlite3_bind_blob(scan_.stmt, 1, key,
-                      static_cast<int>(t->shape.key_lengths[static_cast<size_t>(slot)]),
+    sqlite3_reset(c->active);
+    c->in_duplicates = false;
+    c->active = CursorStatement(c, false);
+    if (c->active == nullptr) {
+      stepping_.erase(std::find(stepping_.begin(), stepping_.end(), c));
+      return LastFailure();
+    }
+    sqlite3_bind_blob(c->active, 1, key,
+                      static_cast<int>(c->table->shape.key_lengths[static_cast<size_t>(c->slot)]),
                       SQLITE_TRANSIENT);
-    rc = sqlite3_step(scan_.stmt);
+    rc = sqlite3_step(c->active);
   }
   if (rc == SQLITE_ROW) {
-    Status st = FillRow(t, slot, scan_.stmt, out);
+    Status st = FillRow(c->table, c->slot, c->active, out);
     if (st != kStatusOk) {
-      EndScan();
+      StopCursor(c);
       return st;
     }
-    scan_.last_pos = out->pos;
+    c->last_pos = out->pos;
     return kStatusOk;
   }
-  EndScan();
+  StopCursor(c);
   return rc == SQLITE_DONE ? Status{kStatusEndOfFile} : Fail(rc);
 }
 
 Status SqliteBackend::ReadAt(Table* table, int32_t pos, int slot, RowOut* out) {
-  EndScan();
+  StartCall();
   SqlTable* t = static_cast<SqlTable*>(table);
   const bool with_key = out->key != nullptr && slot >= 0;
   Stmt& stmt = with_key ? t->read_at_key[static_cast<size_t>(slot)] : t->read_at;
@@ -572,7 +726,7 @@ Status SqliteBackend::ReadAt(Table* table, int32_t pos, int slot, RowOut* out) {
 }
 
 Status SqliteBackend::Step(Table* table, int32_t pos, bool forward, RowOut* out) {
-  EndScan();
+  StartCall();
   SqlTable* t = static_cast<SqlTable*>(table);
   Stmt& stmt = forward ? t->step_forward : t->step_back;
   int rc = stmt.Prepare(db_, "SELECT pos, ver, data FROM " + t->name +
@@ -593,7 +747,7 @@ Status SqliteBackend::Step(Table* table, int32_t pos, bool forward, RowOut* out)
 }
 
 Status SqliteBackend::Count(Table* table, int64_t* count) {
-  EndScan();
+  StartCall();
   SqlTable* t = static_cast<SqlTable*>(table);
   int rc = t->count.Prepare(db_, "SELECT count(*) FROM " + t->name);
   if (rc != SQLITE_OK) return Fail(rc);
@@ -606,7 +760,8 @@ Status SqliteBackend::Count(Table* table, int64_t* count) {
 }
 
 Status SqliteBackend::Insert(Table* table, const uint8_t* data, const uint8_t* keys, int32_t* pos) {
-  EndScan();
+  StartCall();
+  EndScans();
   SqlTable* t = static_cast<SqlTable*>(table);
   const size_t n = t->shape.key_lengths.size();
   if (t->insert.get() == nullptr) {
@@ -651,7 +806,8 @@ Status SqliteBackend::Insert(Table* table, const uint8_t* data, const uint8_t* k
 
 Status SqliteBackend::Update(Table* table, int32_t pos, int64_t version, const uint8_t* data,
                              const uint8_t* keys, int64_t* new_version) {
-  EndScan();
+  StartCall();
+  EndScans();
   SqlTable* t = static_cast<SqlTable*>(table);
   const size_t n = t->shape.key_lengths.size();
   // Parameters: ?1 pos, ?2 version, ?3 record, ?4.. the keys in slot order. Keys that may
@@ -704,7 +860,8 @@ Status SqliteBackend::Update(Table* table, int32_t pos, int64_t version, const u
 }
 
 Status SqliteBackend::Delete(Table* table, int32_t pos, int64_t version) {
-  EndScan();
+  StartCall();
+  EndScans();
   SqlTable* t = static_cast<SqlTable*>(table);
   int rc = t->erase.Prepare(db_, "DELETE FROM " + t->name + " WHERE pos=?1 AND ver=?2");
   if (rc != SQLITE_OK) return Fail(rc);
@@ -725,13 +882,14 @@ std::unique_ptr<Backend> OpenSqliteBackend(const std::string& directory, bool cr
   sqlite3* db = nullptr;
   int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE;
   if (create) flags |= SQLITE_OPEN_CREATE;
-  int rc = sqlite3_open_v2(path.c_str(), &db, flags, nullptr);
+  int rc = sqlite3_open_v2(path.c_str(), &db, flags, BoundedVfs());
   if (rc != SQLITE_OK) {
     *status = (rc & 0xff) == SQLITE_CANTOPEN ? Status{kStatusFileNotFound} : StatusFromSqlite(rc);
     sqlite3_close_v2(db);
     return nullptr;
   }
-  auto backend = std::make_unique<SqliteBackend>(db, 10000);
+  auto backend =
+      std::make_unique<SqliteBackend>(db, g_batch_wait_ms.load(), WriterTurn::Open(directory));
   *status = backend->Init(create);
   if (*status != kStatusOk) return nullptr;
   return backend;

@@ -58,9 +58,12 @@ struct Store {
 
   // Guarded by mu.
   std::map<int64_t, std::unique_ptr<OpenFile>> files;
+  // Batches: the outermost is the store's write transaction, each one inside it a
+  // savepoint (level = depth - 1).
   int batch_depth = 0;
-  Status batch_failure = 0;      // the store undid the batch by itself: it can only fail
-  std::vector<int64_t> touched;  // files changed in the open batch
+  Status batch_failure = 0;           // the store undid the batch by itself: it can only fail
+  std::vector<int64_t> touched;       // files changed in the open batch
+  std::vector<size_t> touched_marks;  // touched's size where each savepoint began
 };
 
 // Finds or opens the store of a canonical directory (create: make records.db when
@@ -125,7 +128,8 @@ struct BtrvFile::State {
 
   int32_t locked_pos = 0;  // the record this handle holds locked, 0 when none
   uint16_t status = 3;
-  bool no_lock_message = false;
+  bool no_lock_message = false;    // set by NoLockMessageOnNextCall for the next call
+  bool prompt_suppressed = false;  // the current call shows no record/file-in-use prompt
 
   // Scratch of the handle's calls (sized at open).
   std::vector<uint8_t> search_key;
