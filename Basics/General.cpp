@@ -529,16 +529,20 @@ uint8_t InitGeneralFile() {
   if (!rec) return 0;
   BtrvFile* file = nullptr;
   if (!OpenGeneralForWriting(&file)) return 0;
+  // One batch: a company whose general file holds only some of its records could be opened
+  // but not worked with, so a failed insert leaves the file empty for another try.
+  uint8_t result = bBeginBatchUpdate(file) ? 1 : 0;
   static const ModuleType kOrder[] = {MOD_GL, MOD_PR, MOD_5, MOD_AR, MOD_AP, MOD_6, MOD_INV, MOD_8};
-  uint8_t result = 1;
   for (ModuleType kind : kOrder) {
+    if (!result) break;
     FillDefaults(rec.get(), kind);
     if (!InsertRecord(file, kGeneralRecordSize, rec.get())) {
       MessageWithPara(MB_ICONEXCLAMATION, kMsgCannotInsert, GetErrorCode(file));
+      bAbortBatchUpdate(file);
       result = 0;
-      break;
     }
   }
+  if (result) result = bEndBatchUpdate(file) ? 1 : 0;
   BASICS_CLOSE(&file, kUnit);
   return result;
 }

@@ -356,51 +356,98 @@ enum : uint16_t {
   kGenReadThroughWriteHandle = 2,  // read and lock through OpenGeneralFileForWrite's handle
 };
 
-// Sets *out to the cached record of kind (the scratch buffer on failure) and answers
-// success. file may be the caller's open handle; null lets the library open the file.
-// The caller never frees the record.
+// Hands out in *out the cache's record of kind and answers 1. Mode 0 serves a clean cached
+// record without touching the file; modes 1 and 2 read it with a single-record lock held
+// until WrtGeneralDataPtr (mode 1 through file, or through a handle opened for the edit
+// when file is null). *out stays at the same address until DeallocGeneralRecReadPtr; any
+// later read of the kind from the file rewrites it. The caller never frees it.
+// On failure 0: *out is the scratch buffer (contents meaningless; null only when the very
+// first call cannot allocate), the kind is read again next time, and no lock is held (a
+// handle opened for the edit is closed again). A record or file in use shows only the
+// record manager's Retry prompt (none with no_lock_message), mode 2 without the shared
+// write handle nothing, a mode-1 edit without file while that handle is open 5503, any
+// other failure 5502. out may be null.
 uint8_t GetGeneralDataPtr(BtrvFile* file, GeneralDataType** out, ModuleType kind,
                           unsigned short mode, bool no_lock_message);
+// GetGeneralDataPtr through file; a null file answers 0 at once and leaves *out alone.
 uint8_t GetGeneralDataPtrNoOpen(BtrvFile* file, GeneralDataType** out, ModuleType kind,
                                 unsigned short mode);
 // Ends an edit begun with mode 1 or 2: writes rec back when update is non-zero, else only
-// releases the lock.
+// releases the lock; with file null the handle a mode-1 edit opened is closed in any case.
+// Answers 1 when rec was written (the cache and Current then hold it) or no write was asked.
+// Unless rec reached the file the kind is read from the file next time, so an edit made
+// in the cache's buffer is never handed out as saved. On a failed write (0) the lock stays
+// with the caller's file or the shared write handle, so the write may be tried again (the
+// change made anew: a read meanwhile rewrites the buffer) or given up with update 0. An
+// update with no handle to write through fails too. rec stays the caller's (or cache's).
 uint8_t WrtGeneralDataPtr(BtrvFile* file, GeneralDataType* rec, uint8_t update,
                           uint8_t through_write_handle);
+// WrtGeneralDataPtr through file; a null file answers 0 and changes nothing.
 uint8_t WrtGeneralDataPtrNoClose(BtrvFile* file, GeneralDataType* rec, uint8_t update);
+// Opens the shared write handle for mode-2 edits; answers 1 when open. While it is open
+// already, message 5503 is asked and 0 answered unless Retry finds it closed. A failed open
+// answers 0 silently (but for the record manager's prompt on a file in use).
 uint8_t OpenGeneralFileForWrite();
+// Closes the shared write handle, dropping its lock; records read through it become clean.
+// Answers 0 when it was not open, else 1.
 uint8_t CloseGeneralFile();
+// 1 while the shared write handle is open.
 uint8_t GenFileInUse();
-// Refreshes Current from a record of kind 1, 2, 4 or 5 (other kinds are ignored).
+// Refreshes Current from a record of kind 1, 2, 4 or 5 (other kinds and null are ignored).
 void LoadCurrentData(GeneralDataType* rec);
-// Marks every clean cached record stale.
+// Marks every clean cached record stale; records being edited are left alone. No file I/O.
 void ClearGeneralCache();
 // Makes the next GetGeneralDataPtr mark the clean records stale.
 void ForceReadGeneralRecord();
-// Frees all twelve slots (the host calls it when it closes a company).
+// Frees all twelve slots (the host calls it when it closes a company): every record
+// GetGeneralDataPtr handed out is gone. The shared write handle is left as it is.
 void DeallocGeneralRecReadPtr();
-// Creates an empty general file (message 5500 on failure).
+// Creates an empty general file; 0 after message 5500 (an existing file is not replaced).
 uint8_t CreateGeneralFile();
-// Fills the general file with its eight default records.
+// Fills an empty general file with its eight default records in one batch. Answers 1, or
+// 0 with none of them written: after message 5501 with the record manager's status when
+// an insert fails, silently when the file cannot be opened or the batch begun or committed.
 uint8_t InitGeneralFile();
 
 // --- Accessors -------------------------------------------------------------------------------
+// Each reads its record through the cache (mode 0, or mode 1 for the writers); a record
+// that cannot be read shows 5502 as GetGeneralDataPtr does.
+
+// Copies the kind's 32 bytes of standard terms from Current into out (zeros when never
+// loaded) and answers 1 when they were loaded or could be read now, else 0. Kinds other
+// than 1 and 2 answer 0 and leave out alone.
 uint8_t GetStdTerms(TermsType* out, ModuleType kind);
+// Clears id; 1 with the ID of the receivables (payables) control account, 0 with id empty
+// when the record cannot be read or the account is not set or no longer exists.
 uint8_t GetARAcnt(FixedString<16>& id);
 uint8_t GetAPAcnt(FixedString<16>& id);
-// Zero-based type (0 to 25).
+// Zero-based type (0 to 25): the type's taxable flag; 0 for other types or no record.
 uint8_t IsSalesTaxTaxable(int16_t type);
-// One-based type (1 to 25).
+// One-based type (1 to 25): 1 when the type has a description; 0 otherwise.
 uint8_t IsValidSalesTaxableType(uint16_t type);
+// One-based type (1 to 25): copies the type's description (at most 20 characters) into
+// description and answers 1; a type without one gets string 4406, which the cached record
+// then keeps (the file does not). 0 with description unchanged for other types or no record.
 uint8_t SetItemTaxDesc(int16_t type, FixedString<31>& description);
+// account := the last account used, or when none the bank-reconciliation cash account
+// (GetCashAccountForBankRec: message 1913 and 0 when there is no cash account).
 void vGetLastAcct(int32_t& account);
+// The writers below lock the general-ledger record (mode 1), change it and write it back.
+// When the record cannot be locked or written nothing changes; they answer nothing.
+// Stores account as the last account used (0 is ignored: nothing is read or written).
 void vSetLastAcct(int32_t account);
+// printed: clears the period's general-ledger not-printed bit; else sets it for the
+// period and every later one through the second open year.
 void SetGLPrintedEx(uint8_t printed, uint16_t period);
+// Clears the general-ledger not-printed bits of periods from to to - 1.
 void SetGLRangePrintedEx(uint16_t from, uint16_t to);
+// Sets (clears) the journal's not-printed bit for the period; writes only when it changes.
 void SetJrnlNotPrinted(int16_t journal, uint16_t period);
 void SetJrnlPrinted(int16_t journal, uint16_t period);
+// Clears every journal's not-printed bits of periods from to to - 1.
 void SetJrnlRangePrinted(uint16_t from, uint16_t to);
-// The slot (0 to 9) of the definition whose number is number + 1, or -1.
+// The slot (0 to 9) of the ten definitions in data whose number is number + 1, or -1
+// (also for null data).
 int16_t IndexItemDefData(int number, ItemdataType* data);
 
 // The assertion reporter: shows the failure (Abort, Retry, Ignore). Retry answers true,
@@ -412,15 +459,30 @@ bool ZORAssertFailed(const char* file, int line, const char* code);
 // year, 29-41 second open year, 42 none; 14 and 28 are never periods.
 constexpr uint16_t kNoPeriod = 42;
 
+// Steps *period to the next (previous) period of Current's period sets, from the history
+// year through the two open years. false at either end or for a period not in the sets,
+// with *period unchanged, except that IncPeriod past the second open year's last period
+// advances it by one and DecPeriod from 1 leaves 0: callers stop on false.
 bool IncPeriod(unsigned short* period);
 bool DecPeriod(unsigned short* period);
+// The user's number (1 to 2n) of an internal period of the open years; 0 for any other.
 unsigned short UserPeriod(unsigned short internal, unsigned short periods_per_year);
+// The internal number of a user period; one outside 1 to 2n answers n + 1, never a period.
 unsigned short InternalPeriod(unsigned short user, unsigned short periods_per_year);
+// Whether date lies in the period's calendar entry of gl_record (period 0: before period
+// 1 begins); false for a null record or a period past the calendar.
 bool IsCurPeriod(GeneralDataType* gl_record, DatesType date, unsigned short period);
+// The internal period whose calendar entry holds date (the open years first, where they
+// overlap the history year), 0 before the history year, kNoPeriod when none holds it or
+// the general-ledger record cannot be read.
 unsigned short WhichGLperiod(DatesType date);
+// The first (last) date of the period; the zero date for a period past the calendar or
+// when the record cannot be read.
 DatesType GetPeriodFrom(unsigned short period);
 DatesType GetPeriodTo(unsigned short period);
 // Fills range by a date-range code (0 to 19; codes the host fills itself keep range).
+// When the general-ledger record cannot be read, range is the current period's. Null
+// range is ignored.
 void SetDateRange(int16_t code, FromTo* range);
 
 #endif  // BASICS_GENERAL_H_

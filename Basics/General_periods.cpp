@@ -124,9 +124,10 @@ bool IsCurPeriod(GeneralDataType* gl_record, DatesType date, unsigned short peri
 
 unsigned short WhichGLperiod(DatesType date) {
   if (DateInRange(Current.CurrentPeriodRange, date) == 0) return Current.CurrentPeriod;
+  // Without the record there is no calendar to search: the scratch buffer handed out on
+  // a failed read may hold another kind's bytes.
   GeneralDataType* rec = nullptr;
-  ReadGeneralLedger(&rec);  // on failure the search runs over the scratch buffer
-  if (rec == nullptr) return kNoPeriod;
+  if (!ReadGeneralLedger(&rec) || rec == nullptr) return kNoPeriod;
   // The open years first: where entries overlap (the default calendar's period 1 and 15)
   // the open year wins.
   unsigned short p = kFirstYearFirst;

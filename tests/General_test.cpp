@@ -137,6 +137,29 @@ TEST_F(GeneralTest, NewFileHoldsEightDefaultRecordsInCreationOrder) {
   EXPECT_EQ(messages_.Numbers(), Ints{5501});
 }
 
+TEST_F(GeneralTest, DefaultRecordsAreWrittenAllOrNone) {
+  auto plan = std::make_shared<rm::FaultPlan>();
+  rm::SetBackendDecorator([plan](std::unique_ptr<rm::Backend> inner) {
+    return rm::WrapWithFaults(std::move(inner), plan);
+  });
+  ASSERT_EQ(FileDeleteWithLCK(GeneralFileName), 1);
+  ASSERT_EQ(CreateGeneralFile(), 1);
+  for (int n = 1;; ++n) {  // fail the nth write of the fill, until none is left to fail
+    SCOPED_TRACE(n);
+    ASSERT_LT(n, 100);
+    plan->Arm(n, kStatusDiskFull);
+    const uint8_t result = InitGeneralFile();
+    plan->Disarm();
+    BtrvFile* f = nullptr;
+    ASSERT_TRUE(RealOpenBFileOwner(&f, GeneralFileName, kOpenModeReadOnly, 1, csTheOwner, "t", 1));
+    const int32_t records = NumRecsInFile(f);
+    RealCloseFile(&f, "t", 1);
+    EXPECT_EQ(records, result ? 8 : 0);
+    if (result) break;
+  }
+  for (int number : messages_.Numbers()) EXPECT_EQ(number, 5501);
+}
+
 TEST_F(GeneralTest, ReadForReadingIsServedFromMemory) {
   GeneralDataType* first = Read(MOD_GL);
   for (int i = 0; i < 10; ++i) EXPECT_FALSE(ReadGoesToStore(MOD_GL, first));
@@ -144,7 +167,7 @@ TEST_F(GeneralTest, ReadForReadingIsServedFromMemory) {
   EXPECT_TRUE(ReadGoesToStore(MOD_GL, first));
 }
 
-TEST_F(GeneralTest, AnotherUsersWriteSeenAfterAMinuteOrAtOnceWhenForced) {
+TEST_F(GeneralTest, OtherProcessesWritesSeenAfterAMinuteOrAtOnceWhenForced) {
   EXPECT_EQ(+Read(MOD_GL)->GL.Setting902, 0);
   EXPECT_EQ(pclose(OtherUser(77)), 0);
   g_now += 30;
@@ -171,7 +194,7 @@ TEST_F(GeneralTest, RecordBeingEditedIsNeverMarkedStale) {
   EXPECT_EQ((Ints{GenFileInUse(), Stored(MOD_GL).GL.Setting902}), (Ints{0, 5}));
 }
 
-TEST_F(GeneralTest, RecordLockedByAnotherProcessIsRefusedQuietly) {
+TEST_F(GeneralTest, RecordLockedByOtherProcessesIsRefusedQuietly) {
   FILE* other = OtherUser(kLock);
   GeneralDataType *cached = Read(MOD_GL), *rec = nullptr;  // reading is not blocked
   EXPECT_EQ(GetGeneralDataPtr(nullptr, &rec, MOD_GL, kGenReadForUpdate, true), 0);
