@@ -8,7 +8,13 @@
 namespace rmtest {
 namespace {
 
-class CurrencyTest : public MasterFileTest {};
+class CurrencyTest : public MasterFileTest {
+ protected:
+  // The last record by the name key.
+  static uint8_t GetFileLast(BtrvFile* f, Rec& r) {
+    return GetFileHighest(f, 0, r.size(), r.data(), 1);
+  }
+};
 
 TEST_P(CurrencyTest, NextAndPreviousGoOnFromWhereADeletedRecordStood) {
   Rec r = Make(5);
@@ -186,8 +192,42 @@ TEST_P(CurrencyTest, WalkSeesAnotherProcessesCommitsAfterAPause) {
   ASSERT_EQ(write(go[1], "g", 1), 1);
   ASSERT_EQ(writer.Answer(), 0);
   for (int fd : go) close(fd);
-  usleep(150 * 1000);  // a walk resumed after a pause reads the file as it is now
-  EXPECT_EQ((Ints{Next(f_), Next(f_)}), (Ints{25, 30}));
+  // Another handle's look-up while the walk rests reads in the walk's snapshot; once the
+  // walk has rested a while, look-ups and the walk itself read the file as it is now.
+  g_ = Open("MASTER.DAT");
+  EXPECT_EQ(Equal(g_, 25), -kStatusKeyNotFound);
+  usleep(150 * 1000);
+  EXPECT_EQ((Ints{Equal(g_, 25), Next(f_), Next(f_)}), (Ints{25, 25, 30}));
+}
+
+TEST_P(CurrencyTest, WalksGoOnAcrossLookUpsOfOtherHandles) {
+  // Two walks by a duplicate key, one up and one down, with a look-up on a third handle
+  // between every two steps: each walk meets every record once, in key order.
+  for (int32_t i = 1; i <= 150; ++i) Insert(f_, i, i % 3 == 0 ? "fizz" : "plain");
+  BtrvFile*& up = (g_ = Open("MASTER.DAT"));
+  BtrvFile* down = Open("MASTER.DAT");
+  Rec u = Make(0, "fizz"), d = Make(0, "plain");
+  Ints ups, downs;
+  uint8_t more_up = GetFileEqual(up, 0, u.size(), u.data(), 1);
+  uint8_t more_down = GetFileLast(down, d);
+  while (more_up || more_down) {
+    if (more_up) ups.push_back(u.Get<int32_t>(0));
+    if (more_down) downs.push_back(d.Get<int32_t>(0));
+    ASSERT_EQ(Equal(f_, 7), 7);
+    if (more_up) more_up = GetFileNext(up, 0, u.size(), u.data(), 1);
+    if (more_down) more_down = GetFilePrevious(down, 0, d.size(), d.data(), 1);
+  }
+  EXPECT_EQ((Ints{GetErrorCode(up), GetErrorCode(down)}), (Ints{9, 9}));
+  Ints want_up, want_down;  // "fizz" sorts before "plain"; duplicates in insertion order
+  for (int32_t i = 3; i <= 150; i += 3) want_up.push_back(i);
+  for (int32_t i = 1; i <= 150; ++i) want_up.push_back(i % 3 == 0 ? 0 : i);
+  std::erase(want_up, 0);
+  for (int32_t i = 150; i >= 1; --i) want_down.push_back(i % 3 == 0 ? 0 : i);
+  for (int32_t i = 150; i >= 3; i -= 3) want_down.push_back(i);
+  std::erase(want_down, 0);
+  EXPECT_EQ(ups, want_up);
+  EXPECT_EQ(downs, want_down);
+  Close(down);
 }
 
 INSTANTIATE_TEST_SUITE_P(Backends, CurrencyTest, ::testing::ValuesIn(AllBackends()), BackendName);

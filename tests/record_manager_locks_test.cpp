@@ -1,5 +1,10 @@
 // Record locks (84) and file locks (85) between handles of one process and between
 // processes, the record manager's Retry prompt, and locks dropped by a killed process.
+#include <fcntl.h>
+#include <sys/mman.h>
+
+#include <atomic>
+#include <chrono>
 #include <string>
 
 #include "record_manager_test_support.h"
@@ -97,7 +102,7 @@ TEST_P(LockTest, OtherProcessesLocksAndBatchesHoldUntilTheyDie) {
   EXPECT_EQ((Ints{InsertRecord(f_, r.size(), r.data()), NumRecsInFile(f_)}), (Ints{1, 4}));
 }
 
-TEST_P(LockTest, ExclusiveOpenAnswers85BothWays) {
+TEST_P(LockTest, ExclusiveOpenAnswers85BothWaysInAllProcesses) {
   ScriptedMessages messages;                                                 // answers Cancel
   EXPECT_EQ(OpenFails("MASTER.DAT", kOpenModeExclusive), kStatusFileInUse);  // f_ has it
   EXPECT_EQ(messages.Numbers(), (std::vector<int>{20085}));
@@ -118,6 +123,96 @@ TEST_P(LockTest, ExclusiveOpenAnswers85BothWays) {
   f_ = Open("MASTER.DAT");
   EXPECT_EQ(x, nullptr);
   SetMessageHandler(nullptr);
+}
+
+TEST_P(LockTest, NoLockMessageHoldsForTheNextCallOnly) {
+  ScriptedMessages messages;  // answers Cancel
+  ASSERT_EQ(Read(f_, 2), kStatusOk);
+  BtrvFile*& g = (g_ = Open("MASTER.DAT"));
+  // Each of these calls, though it never prompts, takes the suppression up: the locked
+  // read after it prompts again.
+  const std::function<int()> calls[] = {
+      [&] { return NumRecsInFile(g); },     [&] { return UnlockOneRecord(g); },
+      [&] { return PhysicalPosition(g); },  [&] { return bEndBatchUpdate(g); },
+      [&] { return bAbortBatchUpdate(g); },
+  };
+  for (const auto& call : calls) {
+    messages.Clear();
+    g->NoLockMessageOnNextCall();
+    call();
+    Rec r = Make(2);
+    EXPECT_EQ((Ints{Why(GetFileEqual(g, kLock, r.size(), r.data(), 0), g),
+                    static_cast<int32_t>(messages.Numbers().size())}),
+              (Ints{84, 1}));
+  }
+}
+
+TEST_P(LockTest, WritersOfSeveralProcessesTakeTurns) {
+  // A process commits one-insert batches back to back; this one begins 20 batches, each
+  // allowed to wait 2 s. Every one gets its turn.
+  auto* shared = static_cast<std::atomic<int>*>(
+      mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+  ASSERT_NE(shared, MAP_FAILED);
+  std::atomic<int>& stop = shared[0];
+  std::atomic<int>& committed = shared[1];
+  ChildProcess busy([&] {
+    BtrvFile* g = TryOpen("MASTER.DAT");
+    for (int32_t n = 1000; g != nullptr && stop.load() == 0; ++n) {
+      Rec r = Make(n);
+      g->NoLockMessageOnNextCall();
+      if (bBeginBatchUpdate(g) && InsertRecord(g, r.size(), r.data()) && bEndBatchUpdate(g)) {
+        ++committed;
+      }
+    }
+    return 0;
+  });
+  while (committed.load() < 20) usleep(1000);
+  SetBatchWaitMilliseconds(2000);
+  int got_in = 0;
+  for (int32_t n = 100; n < 120; ++n) {
+    Rec r = Make(n);
+    f_->NoLockMessageOnNextCall();
+    got_in += bBeginBatchUpdate(f_) && InsertRecord(f_, r.size(), r.data()) && bEndBatchUpdate(f_);
+  }
+  const int theirs = committed.load();
+  stop = 1;
+  EXPECT_EQ(busy.Answer(), 0);
+  EXPECT_EQ(got_in, 20);
+  EXPECT_GT(committed.load(), theirs);  // the other writer was not kept out either
+  munmap(shared, 4096);
+}
+
+TEST_P(LockTest, WriterStalledInItsCommitKeepsOtherProcessesBusyNotDamaged) {
+  ScriptedMessages messages;  // the prompts answer Cancel, here and in the children
+  // A child begins a batch, writes, and stops in the middle of its commit: it holds the
+  // store's write lock and has written one copy of the log index's header but not the
+  // other. Readers must wait for it, and after the wait answer 85, not 2; once it is gone
+  // the store is whole and the batch it never finished left nothing.
+  ChildProcess stalled([&] {
+    BtrvFile* g = TryOpen("MASTER.DAT");
+    Rec r = Make(50);
+    if (g == nullptr || !bBeginBatchUpdate(g) || !InsertRecord(g, r.size(), r.data())) return 1;
+    const int shm = open(Path("records.db-shm").c_str(), O_RDWR);
+    uint8_t change = 0;
+    if (shm < 0 || pread(shm, &change, 1, 8) != 1) return 2;
+    ++change;  // the first copy's change counter, as a header half-written
+    return pwrite(shm, &change, 1, 8) == 1 ? 0 : 3;
+  });
+  ASSERT_EQ(stalled.Answer(), 0);
+  SetBatchWaitMilliseconds(300);
+  const auto start = std::chrono::steady_clock::now();
+  Rec r = Make(60);
+  f_->NoLockMessageOnNextCall();
+  const uint16_t insert = Why(InsertRecord(f_, r.size(), r.data()), f_);
+  f_->NoLockMessageOnNextCall();
+  const uint16_t begin = Why(bBeginBatchUpdate(f_), f_);
+  EXPECT_EQ((Ints{Read(f_, 1, kLockBiasNone), insert, begin, ChildRead(1, kLockBiasNone) - 100}),
+            (Ints{85, 85, 85, 85}));
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+  stalled.Kill();
+  EXPECT_EQ((Ints{Read(f_, 1, kLockBiasNone), NumRecsInFile(f_), Equal(f_, 50),
+                  InsertRecord(f_, r.size(), r.data()), ChildRead(60, kLockBiasNone)}),
+            (Ints{0, 3, -4, 1, 0}));
 }
 
 INSTANTIATE_TEST_SUITE_P(Backends, LockTest, ::testing::ValuesIn(AllBackends()), BackendName);
