@@ -36,17 +36,22 @@ static_assert(offsetof(CustomerRecord, RecordNumber) == 2863, "record number at 
 // Key numbers of the customer file.
 enum : int16_t { kCustKeyID = 0, kCustKeyRecordNumber = 4, kCustKeyGUID = 6 };
 
+// Lookups show no message; a customer file that cannot be opened answers not found.
+
 // Record number of a customer ID; 0 for an empty or unknown ID.
 int32_t GetRecordNumberFromCustomerID(const FixedString<21>& id);
-// Clears id, then fills it; false for record number 0 or an unknown number.
+// Clears id, then fills it; false, id empty, for record number 0 or an unknown number.
 bool GetCustomerIDFromRecordNumber(int32_t record_number, FixedString<21>& id);
+// Record number of the customer with that GUID; 0 when none.
 int32_t GetRecordNumberFromCustomerGUID(const GUID& guid);
 // 1 with the GUID copied out; 0 with guid untouched.
 int GetCustomerGUIDFromRecordNumber(int32_t record_number, GUID& guid);
-// Sets number 0 and name := the ID first; false for an empty or unknown ID.
+// Sets number 0 and name := the ID (30 characters) first; true with the customer's number
+// and name, false for an empty or unknown ID (the number stays 0, the name the ID).
 bool GetRecordNumberAndNameFromCustomerID(const FixedString<21>& id, int32_t& record_number,
                                           FixedString<31>& name);
-// Clears the record, puts the key in it and reads it; false for an empty ID / number 0.
+// Clears the record, puts the key in it and reads it; false for an empty ID / number 0 or
+// an unknown one, with the record cleared but for the key (false for a null record).
 bool GetCustomerInfo(const FixedString<21>& id, CustomerRecord* record);
 bool GetCustomerInfo(int32_t record_number, CustomerRecord* record);
 // Closes CustFile, then the lookup handle, each only when open.

@@ -34,12 +34,13 @@ class CDirectDepositAccount {
   double AccountValue;
   uint32_t AccountValueCode;
 
-  // Exact comparison (the further data excepted).
+  // Exact comparison (the further data excepted); the numbers are compared as text up to
+  // their terminators (17 and 9 characters at most).
   bool operator==(const CDirectDepositAccount& other) const;
   bool operator!=(const CDirectDepositAccount& other) const { return !(*this == other); }
   // The same comparison without the account date.
   bool Equiv(const CDirectDepositAccount& other) const;
-  // Copies the wrapper's account field by field.
+  // Copies the wrapper's account field by field; answers *this.
   CDirectDepositAccount& operator=(const CDirectDepositAccountInfo& info);
   CDirectDepositAccount& operator=(const CDirectDepositAccount& other) = default;
 };
@@ -58,29 +59,37 @@ static_assert(offsetof(CDirectDepositAccount, AccountValueCode) == 60, "value co
 // override.
 class CDirectDepositAccountInfo {
  public:
-  // Clears the state bytes; the account is left as the memory was until Init.
+  // Clears the state bytes; the account is left as the memory was until Init or an
+  // assignment, so it must not be read or compared before one.
   CDirectDepositAccountInfo();
+  // Keeps its own copy of account; the argument stays the caller's.
   explicit CDirectDepositAccountInfo(const CDirectDepositAccount& account);
   CDirectDepositAccountInfo& operator=(const CDirectDepositAccount& account);
   virtual ~CDirectDepositAccountInfo();
 
+  // The library's own checks answer false (it knows no bank's rules); a derived class
+  // overrides them. None of the checks changes account.
   virtual bool ValidateRountingNbr(CDirectDepositAccount& account);
   virtual bool ValidateRoutingNbrChars(CDirectDepositAccount& account) = 0;
   virtual bool ValidateBankAcntNbr(CDirectDepositAccount& account);
   virtual bool ValidateBankAcntNbrChars(CDirectDepositAccount& account) = 0;
-  // The override; else both numbers present and both checks of the derived class passed.
+  // The override; else both numbers present and both number checks
+  // (ValidateRountingNbr, ValidateBankAcntNbr) passed.
   virtual bool EnoughDataToTransmit(CDirectDepositAccount& account);
 
   // Account code 0, both numbers emptied, every other field zero.
   void Init();
+  // Compare the wrapped accounts as CDirectDepositAccount's == and Equiv do.
   bool operator==(const CDirectDepositAccountInfo& other) const;
   bool operator!=(const CDirectDepositAccountInfo& other) const { return !(*this == other); }
   bool Equiv(const CDirectDepositAccountInfo& other) const;
 
+  // The wrapper's own account, valid while the wrapper lives.
   CDirectDepositAccount& Account() { return account_; }
   const CDirectDepositAccount& Account() const { return account_; }
 
  protected:
+  // Copies every field of account into the wrapper's account.
   void InitializeFrom_CDirectDepositAccount(const CDirectDepositAccount& account);
 
  private:

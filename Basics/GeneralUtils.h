@@ -9,16 +9,20 @@
 
 class CGeneralUtils {
  public:
-  // Refreshes at once.
+  // Refreshes at once; when the record cannot be read every date stays zero.
   CGeneralUtils();
+  // Copies the whole snapshot; the two objects are independent afterwards.
   CGeneralUtils(const CGeneralUtils& other);
   CGeneralUtils& operator=(const CGeneralUtils& other);
   virtual ~CGeneralUtils();
 
   // Reads the general-ledger record (kind 4, mode 0); on success copies it and derives the
-  // dates; on failure keeps the previous snapshot unchanged.
+  // dates (today from TodaysDate); on failure keeps the previous snapshot unchanged (the
+  // read failure shows 5502).
   void ReFreshData();
 
+  // The snapshot's values. The references point into this object: valid while it lives,
+  // and what they see changes with the next ReFreshData or assignment.
   DatesType& GetEndPayrollYrDate() { return end_payroll_year_; }
   DatesType& GetBeginPayrollYrDate() { return begin_payroll_year_; }
   DatesType& GetEndFirstFiscalYrDate() { return end_first_year_; }
@@ -30,6 +34,7 @@ class CGeneralUtils {
   FromTo& GetFirstPeriodOfFiscalYearOne() { return record_.GL.Calendar[15]; }
   FromTo& GetFirstPeriodOfFiscalYearTwo() { return record_.GL.Calendar[29]; }
 
+  // Answers (1 or 0) from the snapshot alone; nothing is read.
   int IsCurPeriodInFirstFiscalYear();
   int IsCurPeriodInSecondFiscalYear();
   int IsCurPeriodInLastPeriodOfFirstFiscalYear();

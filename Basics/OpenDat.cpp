@@ -125,7 +125,11 @@ void CloseJrnlFile(JrnlDBFilesType* files) {
 
 int OpenInvTagFile(BtrvFile** tag_file, BtrvFile** cost_file, uint16_t mode) {
   if (OpenStandard(tag_file, InvTagName, mode, kFileNoInvTag) == 0) return 0;
-  return OpenStandard(cost_file, InvLFName, mode, kFileNoInvCost) != 0 ? 1 : 0;
+  if (OpenStandard(cost_file, InvLFName, mode, kFileNoInvCost) != 0) return 1;
+  // Tags are of no use without their costs: the pair opens whole or not at all, so a caller
+  // never has to find out which half it holds.
+  BASICS_CLOSE(tag_file, kUnit);
+  return 0;
 }
 
 BtrvFile*& GetInternalInvTagFile() { return t_inv_tag_file; }

@@ -4,6 +4,11 @@
 // on the record manager and the utility library. The internal handles are process-wide
 // and unguarded (the host serialises its calls), except the inventory-tag handle, which
 // is kept per thread.
+//
+// Failures: of everything that fails here, only a record or file in use (84, 85) has
+// already been shown to the user, by the record manager's own Retry/Cancel prompt; every
+// other failure is silent and the caller decides what to show (OpenRaiseHistoryFile alone
+// asks about any status). The status is GetErrorCode(nullptr) after a failed open.
 #ifndef BASICS_OPENDAT_H_
 #define BASICS_OPENDAT_H_
 
@@ -81,8 +86,9 @@ extern int32_t InsertCount;
 extern int32_t UpdateCount;
 
 // Each opens one data file into *file with the record manager's open mode (0 normal,
-// 254 read-only) and answers non-zero on success; on failure *file stays null and the
-// record manager has told the user why.
+// 254 read-only) and answers non-zero on success; the caller owns the handle and closes
+// it with RealCloseFile. On failure *file is null. *file must not hold an open handle on
+// entry: it is overwritten, not closed.
 int OpenChartFile(BtrvFile** file, uint16_t mode);
 int OpenCustFile(BtrvFile** file, uint16_t mode);
 int OpenVendFile(BtrvFile** file, uint16_t mode);
@@ -97,25 +103,32 @@ uint8_t OpenAuditTrailFile(BtrvFile** file, uint16_t mode);
 // Asks Retry/Cancel (message 20000 + status) while the open fails; answers the last
 // open's result.
 int OpenRaiseHistoryFile(BtrvFile** file, uint16_t mode);
-// Opens the header file, then the row file; on failure both handles are left null.
+// Opens the header file, then the row file; 1 with both open, 0 with both null (0 for a
+// null files). The caller closes them with CloseJrnlFile.
 int OpenJournalFile(JrnlDBFilesType* files, uint16_t mode);
+// Closes each handle of the pair that is open and nulls it; null files is ignored.
 void CloseJrnlFile(JrnlDBFilesType* files);
-// Opens the tag file, then the costing file; answers 1 only when both opened (a tag file
-// that opened stays open for the caller to close).
+// Opens the tag file, then the costing file; 1 with both open, 0 with both null.
 int OpenInvTagFile(BtrvFile** tag_file, BtrvFile** cost_file, uint16_t mode);
 
-// The calling thread's own inventory-tag handle.
+// The calling thread's own inventory-tag handle (null until opened); the reference stays
+// valid for the thread's life.
 BtrvFile*& GetInternalInvTagFile();
 // Opens this thread's tag handle and InvLFFile (mode 0), and PriceItemFile (254) when
-// still closed.
+// still closed; non-zero when all three are open. On failure the ones that did open stay
+// open, owned by the library, until CloseInternalInvTagFile.
 int OpenInternalInvTagFile();
+// Closes this thread's tag handle, InvLFFile and PriceItemFile, each only when open.
 void CloseInternalInvTagFile();
 
 // Opens the journal pair, chart, line items, the journal type's further files and the
-// general file (all mode 0); never leaves a half-open set.
+// general file (all mode 0) into a zeroed set; 1 with all open, 0 with every member null
+// (0 for a null set). The caller closes them with ClosePostFiles.
 int OpenPostFiles(FileSet* set, JournalTypes type);
+// Closes each member of the set that is open and nulls it; a null set is ignored.
 void ClosePostFiles(FileSet* set);
 
+// Closes AuditTrailFile when open.
 void CloseInternalAuditTrailFile();
 
 #endif  // BASICS_OPENDAT_H_

@@ -91,7 +91,7 @@ TEST_F(OpenDatTest, PostFilesNeverStayHalfOpen) {
   EXPECT_EQ(OpenHandleCount(), 0u);
 }
 
-TEST_F(OpenDatTest, JournalPairOpensWholeOrNotAtAll) {
+TEST_F(OpenDatTest, JournalAndTagPairsOpenWholeOrNotAtAll) {
   JrnlDBFilesType files{};
   ASSERT_EQ(OpenJournalFile(&files, kOpenModeReadOnly), 1);
   EXPECT_NE(files.HdrFile, nullptr);
@@ -106,6 +106,14 @@ TEST_F(OpenDatTest, JournalPairOpensWholeOrNotAtAll) {
   EXPECT_EQ(files.HdrFile, nullptr);
   EXPECT_EQ(files.RowFile, nullptr);
   EXPECT_EQ(OpenHandleCount(), 0u);
+
+  BtrvFile *tags = nullptr, *costs = nullptr;  // no costing file: the tag file is closed again
+  ASSERT_EQ(ZORDeleteFile(InvLFName), kStatusOk);
+  EXPECT_EQ(OpenInvTagFile(&tags, &costs, kOpenModeNormal), 0);
+  EXPECT_EQ(tags, nullptr);
+  EXPECT_EQ(costs, nullptr);
+  EXPECT_EQ(OpenHandleCount(), 0u);
+  EXPECT_TRUE(messages_.shown().empty());  // a missing file is the caller's to report
 }
 
 TEST_F(OpenDatTest, ItemFileIsOpenedThroughTheCompanyPath) {
@@ -160,7 +168,7 @@ TEST_F(OpenDatTest, EstimateFileOpensReadOnlyWithoutItsOwner) {
   }
 }
 
-TEST_F(OpenDatTest, EachThreadHasItsOwnInventoryTagHandle) {
+TEST_F(OpenDatTest, ThreadsHaveAnInventoryTagHandleEach) {
   ASSERT_NE(OpenInternalInvTagFile(), 0);
   BtrvFile* mine = GetInternalInvTagFile();
   ASSERT_NE(mine, nullptr);

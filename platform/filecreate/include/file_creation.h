@@ -30,13 +30,14 @@ constexpr uint16_t kTaxAuthorityRecordLength = 256;
 constexpr uint16_t kRaiseHistoryRecordLength = 64;
 constexpr uint16_t kSortRecordLength = 389;
 
-// Fills spec with the description of a file (the same one its CreateNew...File uses).
-// Answers false for an unknown file.
+// The company's data files.
 enum class DataFileKind {
   kGeneral, kChart, kCustomer, kVendor, kLineItem, kEmployee, kJrnlHdr, kJrnlRow,
   kProject, kPhase, kCost, kJobEst, kInvTag, kInvCost, kRecptTag, kEventLog,
   kAuditTrail, kTaxAuthority, kRaiseHistory, kSort,
 };
+// Fills spec with the description of a file (the same one its CreateNew...File uses).
+// Answers false, spec untouched, for an unknown file or a null spec.
 bool DescribeDataFile(DataFileKind kind, FileSpec* spec);
 
 int CreateNewGeneralFile(const char* name = nullptr);
@@ -58,7 +59,7 @@ int CreateNewEventLogFile(const char* name = nullptr);
 int CreateNewAuditTrailFile(const char* name = nullptr);
 int CreateNewTaxAuthorityFile(const char* name = nullptr);
 int CreateNewRaiseHistoryFile(const char* name = nullptr);
-// The temporary ledger sort file (no standard name: name is required).
+// The temporary ledger sort file (no standard name: a null name answers 0).
 int CreateNewSortFile(const char* name);
 
 // Creates every data file of a company, empty, in directory (which must exist). Answers

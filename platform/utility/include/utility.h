@@ -29,14 +29,16 @@ constexpr int kStepYear = 4;
 // Today's date: the system date when the library loads; hosts and tests may assign it.
 extern DatesType TodaysDate;
 
-// Fills date from its parts (no validation; see IsLegalDate).
+// Fills date from its parts, each cut to its field's width (no validation; see IsLegalDate).
 void MakeDate(int month, int day, int year, DatesType& date);
 // Steps a date forward or back by a day, week, month or year. Month and year steps keep
 // the day, clamped to the last day of the target month (31 January + 1 month = 28 or 29
-// February).
+// February). The date is left as it was when it is the zero date, when a month or year
+// step meets a month outside 1-12, when the result's year would not fit 16 bits, and for
+// an unknown step.
 void IncDate(DatesType& date, int step);
 void DecDate(DatesType& date, int step);
-// Sets the day to the last day of the date's month.
+// Sets the day to the last day of the date's month; a month outside 1-12 is left alone.
 void EndOfMonth(DatesType& date);
 // Serial day number: 1 for 1 January of year 1 (proleptic Gregorian), increasing by one
 // per day. 0 for the zero date.
@@ -49,10 +51,11 @@ int CompareDates(const DatesType& a, const DatesType& b);
 int DateInRange(const FromTo& range, const DatesType& date);
 // A real calendar date (month 1-12, day within the month, year 1-9999).
 bool IsLegalDate(const DatesType& date);
-// Medium date text, 12 characters: "Jan 05, 2026"; an empty string for the zero date.
-// Writes at most capacity - 1 characters and a terminator; answers the length written.
+// Medium date text, 12 characters: "Jan 05, 2026" ("???" for a month outside 1-12); an
+// empty string for the zero date. Writes at most capacity - 1 characters and a
+// terminator; answers the length written (0, nothing written, for null or capacity 0).
 int MediumDateText(const DatesType& date, char* out, size_t capacity);
-// The system's date now.
+// The clock's local date now; the zero date when it cannot be converted.
 DatesType SystemDate();
 
 // The wall clock in seconds since the epoch. The library reads time only through it, so
@@ -65,29 +68,39 @@ void SetClock(std::function<time_t()> clock);
 // ---------------------------------------------------------------------------------------
 
 // Rounds to 2 decimals, half away from zero, by the value's shortest decimal form, so
-// that 2.675 (stored as 2.67499999...) rounds to 2.68.
+// that 2.675 (stored as 2.67499999...) rounds to 2.68. Infinities and NaN come back as
+// they are.
 double Round(double amount);
 // True when the amount is under half a cent in magnitude.
 bool IsZero(double amount);
-// Appends the amount right-aligned in width characters with 2 decimals; a negative amount
-// is written without its sign and followed by neg_sign (when not '\0'). A value that does
-// not fit in max_width characters is written as asterisks.
+// Appends the amount (rounded) right-aligned in width characters with 2 decimals to the
+// terminated text; a negative amount is written without its sign and followed by neg_sign
+// (when not '\0'). A value that does not fit in max_width characters is written as
+// asterisks. Widths are cut to 255. With max_width > 0 it appends at most
+// max(width, max_width) characters and a terminator; with max_width 0 or less nothing
+// limits it and the whole number is appended (up to 313 characters): the caller's buffer
+// must have room for it. A null text is left alone.
 void AppendRtoString(char* text, double amount, int width, int max_width, char neg_sign);
 
 // ---------------------------------------------------------------------------------------
 // Strings
 // ---------------------------------------------------------------------------------------
 
-// Copies src into dst of the given capacity (counting the terminator); always terminates.
+// Copies src (null: empty) into dst of the given capacity (counting the terminator), cut to
+// capacity - 1 characters; always terminates. Answers dst; null dst or capacity 0 writes
+// nothing.
 char* sstrcpy(char* dst, const char* src, size_t capacity);
-// Appends src to dst of the given capacity; always terminates.
+// Appends src to dst of the given capacity, cut to fit; always terminates (a dst not
+// terminated within capacity is cut to capacity - 1). Answers dst.
 char* sstrcat(char* dst, const char* src, size_t capacity);
 // Length of a terminated string; 0 for null.
 size_t Length(const char* text);
-// Removes leading and trailing blanks (spaces and tabs) in place; answers text.
+// Removes leading and trailing blanks (spaces and tabs) in place; answers text (null stays
+// null).
 char* Trim(char* text);
 // Byte-wise, case-sensitive comparison of at most n characters, stopping at a
-// terminator: negative, 0 or positive like strncmp. The same order as the ID keys.
+// terminator: negative, 0 or positive like strncmp. The same order as the ID keys. A null
+// string compares as empty.
 int CompareStr(const char* a, const char* b, size_t n);
 
 // Copies at most max_chars characters of src into a fixed string (cut to its capacity).
@@ -128,9 +141,9 @@ constexpr int IDNO = 7;
 
 // What a host's message handler receives.
 struct HostMessage {
-  int number = 0;     // message number; 0 for a text shown directly (MessageBoxText)
-  unsigned style = 0; // buttons | icon
-  std::string text;   // the formatted text
+  int number = 0;      // message number; 0 for a text shown directly (MessageBoxText)
+  unsigned style = 0;  // buttons | icon
+  std::string text;    // the formatted text
 };
 
 typedef std::function<int(const HostMessage&)> MessageHandler;
@@ -140,12 +153,17 @@ typedef std::function<void(unsigned message, uintptr_t wparam, const void* lpara
 // Installs the host's message handler (an empty function restores the default: the text
 // goes to standard error and the answer is OK for information and warnings, No for
 // questions, Cancel where Retry and Cancel are offered, Ignore for Abort/Retry/Ignore).
+// The handlers are kept by copy and called on the caller's thread, outside any lock, so
+// they may show messages or replace themselves.
 void SetMessageHandler(MessageHandler handler);
 void SetBroadcastHandler(BroadcastHandler handler);
-// Delivers a notice to the host's windows synchronously (nothing without a handler).
+// Delivers a notice to the host's windows synchronously (nothing without a handler);
+// lparam is only lent for the call.
 void BroadcastMessage(unsigned message, uintptr_t wparam, const void* lparam);
 
-// Shows message number with its table text and answers the host's choice.
+// Shows message number with its table text and answers the host's choice (a number the
+// table lacks shows "Message N" and its inserts). Text arguments are only read during the
+// call; null reads as empty.
 int Message(unsigned style, int number);
 // The same, the text's string insert filled with text.
 int MessageWithString(unsigned style, int number, const char* text);
@@ -155,19 +173,22 @@ int MessageWithCard(unsigned style, int number, const char* first, const char* s
 int MessageWithPara(unsigned style, int number, int32_t value);
 // Shows a text that is not in the table (number 0).
 int MessageBoxText(unsigned style, const char* text);
-// The table text of a message number, or null when the table has none.
+// The table text of a message number, or null when the table has none. The text is static:
+// valid for the life of the process; never freed by the caller.
 const char* MessageText(int number);
 
 typedef void* HINSTANCE;
 // Copies string resource id into buffer (at most capacity - 1 characters); answers the
-// number of characters copied, 0 when the table has no such string.
+// number of characters copied, 0 with buffer emptied when the table has no such string
+// (nothing written for a null buffer or a capacity of 0 or less).
 int LoadStringA(HINSTANCE instance, unsigned id, char* buffer, int capacity);
 
 // ---------------------------------------------------------------------------------------
 // GUIDs
 // ---------------------------------------------------------------------------------------
 
-// Fills guid with a new random (version 4) GUID.
+// Fills guid with a new random (version 4) GUID; never fails (without a random source the
+// bytes are mixed from the time, the process and a counter).
 void AssignGUID(GUID& guid);
 bool IsNullGUID(const GUID& guid);
 // "{XXXXXXXX-XXXX-XXXX-XXXX-XXXXXXXXXXXX}" form, 38 characters.
@@ -177,8 +198,9 @@ std::string GUIDToString(const GUID& guid);
 // Files
 // ---------------------------------------------------------------------------------------
 
-// A unique data-file name in a private temporary directory of this process, beginning
-// with prefix; out receives the full path (kMaxPathName bytes). Answers 1 on success.
+// A unique data-file name in a private temporary directory of this process (removed at
+// exit), beginning with prefix; out (kMaxPathName bytes) receives the full path. Nothing
+// is created. Answers 1, or 0 with out emptied (null out: 0).
 int ZOR_GetTempFileName(const char* prefix, char* out);
 // Deletes a data file (its table in the directory's store) or an ordinary file. Answers
 // 1 when something was deleted, 0 when nothing of that name exists or it is in use.
@@ -193,7 +215,8 @@ struct _stat {
   int64_t st_mtime_sec;
   int64_t st_mtime_ns;
 };
-// 0 on success, -1 when the name is neither a data file nor an ordinary file.
+// 0 on success, -1 when the name is neither a data file nor an ordinary file (out is then
+// left as it was).
 int _stat(const char* name, struct _stat* out);
 
 // The marker that a company is open, held by every process that has the company open.
@@ -205,10 +228,12 @@ class CZORSharedFile {
   CZORSharedFile& operator=(const CZORSharedFile&) = delete;
 
   // Marks the company in directory as open by this process; answers true on success.
+  // Whatever this object held before is let go first, so false leaves it closed.
   bool Open(const char* directory);
+  // Lets the marker go (nothing when not open); the destructor does the same.
   void Close();
   bool IsOpen() const;
-  // The directory given to Open, or empty.
+  // The directory given to Open, or empty; valid until the next Open or Close.
   const char* Directory() const;
   // Number of processes (including this one) that have the company open; 0 when closed.
   int OpenCount() const;
@@ -230,9 +255,12 @@ class CZORSingleUserAccess {
   CZORSingleUserAccess(const CZORSingleUserAccess&) = delete;
   CZORSingleUserAccess& operator=(const CZORSingleUserAccess&) = delete;
 
-  // Takes the access. When another holds it, shows message_number (Retry and Cancel)
-  // unless it is 0, and tries again on Retry. lock_mode and name are kept for the host.
+  // Takes the access; true at once when this object holds it. When another holds it,
+  // shows message_number (Retry and Cancel) unless it is 0, and tries again on Retry.
+  // false, nothing held, on any other answer, for an area out of range or when the lock
+  // cannot be taken. lock_mode and name are kept for the host.
   bool Start(int message_number, int lock_mode, const char* name);
+  // Gives the access up (nothing when not held); the destructor does the same.
   void End();
   bool Held() const;
 

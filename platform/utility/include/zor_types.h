@@ -24,15 +24,19 @@ struct FixedString {
   static constexpr size_t kCapacity = N;
   char s[N];
 
+  // The text itself, valid as long as the FixedString.
   char* c_str() { return s; }
   const char* c_str() const { return s; }
   operator char*() { return s; }
   operator const char*() const { return s; }
   bool IsEmpty() const { return s[0] == '\0'; }
+  // All N bytes zero.
   void Clear() { std::memset(s, 0, N); }
+  // Characters before the terminator; N when the buffer holds none.
   size_t Length() const { return ::strnlen(s, N); }
   // Copies at most N - 1 characters of text (or of max_chars, when smaller); the rest of
-  // the buffer is zero-filled so that stored records carry no stale bytes.
+  // the buffer is zero-filled so that stored records carry no stale bytes. Null text empties
+  // it.
   void Set(const char* text, size_t max_chars = N - 1) {
     std::memset(s, 0, N);
     if (text == nullptr) return;
@@ -79,7 +83,7 @@ static_assert(sizeof(FromTo) == 8, "FromTo is two dates");
 static_assert(sizeof(FixedString<21>) == 21, "FixedString has no overhead");
 
 // A reference to any FixedString, for functions that fill text of whatever capacity the
-// caller has.
+// caller has. It lends the caller's buffer for the call; it owns nothing.
 struct FixedStringParamRef {
   char* text;
   size_t capacity;
@@ -113,17 +117,18 @@ class CString {
   CString(const char* text) : s_(text ? text : "") {}  // NOLINT
   CString(const std::string& text) : s_(text) {}       // NOLINT
 
-  // printf-style formatting; replaces the contents.
+  // printf-style formatting; replaces the contents (empty for a null or bad format).
   void Format(const char* format, ...) __attribute__((format(printf, 2, 3)));
   // Insert-style formatting: %1 .. %9 take the arguments in order as strings, %2!d! takes
   // argument 2 as an int (any printf conversion between the exclamation marks), %n is a
   // line break, %% a percent sign. Arguments are passed as const char* unless their insert
-  // names a conversion. Replaces the contents.
+  // names a conversion. Replaces the contents (empty for a null format).
   void FormatMessage(const char* format, ...);
 
   int GetLength() const { return static_cast<int>(s_.size()); }
   bool IsEmpty() const { return s_.empty(); }
   void Empty() { s_.clear(); }
+  // The text, valid until the string is next changed or destroyed.
   const char* GetString() const { return s_.c_str(); }
   operator const char*() const { return s_.c_str(); }
   const std::string& str() const { return s_; }
