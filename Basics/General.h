@@ -362,7 +362,7 @@ enum : uint16_t {
 // when file is null). *out stays at the same address until DeallocGeneralRecReadPtr; any
 // later read of the kind from the file rewrites it. The caller never frees it.
 // On failure 0: *out is the scratch buffer (contents meaningless; null only when the very
-// first call cannot allocate), the kind is read again next time, and no lock is held (a
+// first call cannot allocate), the kind is read again next time, and no lock is taken (a
 // handle opened for the edit is closed again). A record or file in use shows only the
 // record manager's Retry prompt (none with no_lock_message), mode 2 without the shared
 // write handle nothing, a mode-1 edit without file while that handle is open 5503, any
