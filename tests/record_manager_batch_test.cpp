@@ -173,7 +173,7 @@ TEST_P(BatchTest, FaultInsideABatchLeavesNothingOnceAbandoned) {
   EXPECT_EQ(Counts(), 407);  // the next batch starts clean
 }
 
-TEST_P(BatchTest, InnerBatchAbandonedAloneAtEveryFault) {
+TEST_P(BatchTest, InnerBatchAbandonedAloneAtEveryFaultForAllProcesses) {
   // A host's batch writes transaction 1; inside it, an operation writes transaction 2 in a
   // batch of its own (header, rows, an update of header 1) and abandons it when a store
   // call fails; the host's batch goes on with transaction 3 and commits. Fail the 1st,

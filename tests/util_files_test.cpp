@@ -60,7 +60,7 @@ std::string TempName(const char* prefix) {
 
 std::string DirOf(const std::string& path) { return path.substr(0, path.rfind('/')); }
 
-TEST(TempNames, UniqueInAPrivateDirectoryOfTheProcess) {
+TEST(TempNames, UniqueInAPrivateDirectoryThatProcessesDoNotShare) {
   std::set<std::string> names;
   for (int i = 0; i < 300; ++i) names.insert(TempName("JRST"));
   EXPECT_EQ(names.size(), 300u);
@@ -109,7 +109,7 @@ bool CreateDataFile(const std::string& name) {
   return ZORCreateFile(&spec, 0, name.c_str()) == 1;
 }
 
-TEST(DataFiles, StatusIsTheLastCommittedChangeAndDeletionWaitsForClose) {
+TEST(DataFiles, StatusFollowsCommitsOfAllProcessesAndDeletionWaitsForClose) {
   TempDir dir;
   ScopedChdir in_company(dir.path());
   const std::string name = dir.File("SETTINGS.DAT");
