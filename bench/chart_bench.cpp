@@ -13,6 +13,8 @@
 
 #include <benchmark/benchmark.h>
 
+#include "bench_support.h"
+
 #include "Basics.h"
 
 namespace {
@@ -91,6 +93,7 @@ BENCHMARK(BM_RecordManagerEqualByID);
 // Keeps each benchmark's time per iteration (the mean, with repetitions) for the ratio.
 class RecordingReporter : public benchmark::ConsoleReporter {
  public:
+  RecordingReporter() : ConsoleReporter(ConsoleOptions()) {}
   void ReportRuns(const std::vector<Run>& runs) override {
     for (const Run& run : runs) {
       if (!run.error_occurred &&
@@ -106,7 +109,7 @@ class RecordingReporter : public benchmark::ConsoleReporter {
 }  // namespace
 
 int main(int argc, char** argv) {
-  benchmark::Initialize(&argc, argv);
+  InitializeBenchmarks(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
   int result = 0;
   if (!BuildCompany()) {

@@ -12,6 +12,8 @@
 
 #include <benchmark/benchmark.h>
 
+#include "bench_support.h"
+
 #include "General.h"
 #include "OpenDat.h"
 #include "file_creation.h"
@@ -53,7 +55,7 @@ BENCHMARK_CAPTURE(BM_SettingsRead, UncachedReference, false);
 }  // namespace
 
 int main(int argc, char** argv) {
-  benchmark::Initialize(&argc, argv);
+  InitializeBenchmarks(&argc, argv);
   std::string pattern = (std::filesystem::temp_directory_path() / "general-bench-XXXXXX").string();
   if (mkdtemp(pattern.data()) == nullptr || chdir(pattern.c_str()) != 0) {
     std::fprintf(stderr, "cannot make a temporary company directory\n");

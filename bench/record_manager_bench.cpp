@@ -1,10 +1,15 @@
 // The record manager against SQLite used directly, in one process, on the same data:
 // (a) keyed equal reads on a 100,000-record master file (random keys); (b) a GetFileNext
 // walk over 1,000,000 journal rows (373 bytes) on the row file's 3-segment key 2 (account,
-// date, post order); (c) 100,000 journal rows inserted with their 8 keys in one batch. The
+// date, post order); (c) 100,000 journal rows inserted with their 8 keys in one batch;
+// (d) the first 200,000 rows of that walk with a keyed read of the row's item on a
+// 2,000-record item file of the same directory after every row, as a ledger walk or the
+// navigator does (the direct side: two prepared statements, one of them stepping). The
 // direct side uses the tables the record manager made (same schema, same key bytes) through
 // its own connection and prepared statements. At the end, one line per comparison, "ratio
-// read|walk|insert X.XX": our time per operation over SQLite's (best repetitions).
+// read|walk|insert|walk+lookup X.XX": our time per operation over SQLite's (best
+// repetitions), and what a look-up per row adds to a walk, ours and SQLite's ("walk+lookup
+// over walk").
 #include <sqlite3.h>
 #include <stdlib.h>
 
@@ -22,12 +27,15 @@
 
 #include <benchmark/benchmark.h>
 
+#include "bench_support.h"
+
 #include "record_manager.h"
 #include "zor_types.h"
 
 namespace {
 
 constexpr int kMasterRecords = 100'000, kWalkRows = 1'000'000, kInsertRows = 100'000;
+constexpr int kLookupWalkRows = 200'000, kItems = 2'000;
 constexpr uint16_t kMasterLen = 400, kRowLen = 373;
 
 std::string g_root;                             // temporary directory of the whole run
@@ -111,7 +119,7 @@ std::vector<uint8_t> MakeRows(int count, uint32_t seed) {
     put(kAccount, static_cast<int32_t>(rng() % 500 + 1));
     put(kPost, static_cast<uint32_t>(i / 5 + 1));
     put(kLine, static_cast<int16_t>(i % 5 + 1));
-    put(kItem, static_cast<int32_t>(rng() % 2000));
+    put(kItem, static_cast<int32_t>(rng() % kItems + 1));
     put(kJob, static_cast<int32_t>(rng() % 50));
     std::snprintf(reinterpret_cast<char*>(r + kPhase), 21, "PH%03u", unsigned(rng() % 100));
     std::snprintf(reinterpret_cast<char*>(r + kCost), 21, "CC%03u", unsigned(rng() % 100));
@@ -187,6 +195,15 @@ void BuildFiles() {
     return &rows[static_cast<size_t>(i % kInsertRows) * kRowLen];
   });
   g_insert_rows = MakeRows(kInsertRows, 7);
+  // The items the walk looks up, beside the rows: number (s32 at 0) is key 0.
+  const Seg item_keys[] = {{0, 0, 4, kInt}};
+  Fill(Dir("walk"), "LINEITEM.DAT", Spec(kMasterLen, item_keys, 0), kItems, [&](int i) {
+    std::fill(rec.begin(), rec.end(), 0);
+    const int32_t number = i + 1;
+    std::memcpy(&rec[0], &number, sizeof number);
+    std::snprintf(reinterpret_cast<char*>(&rec[4]), 31, "Item %d", number);
+    return rec.data();
+  });
 }
 
 // --- (a) keyed equal reads ---------------------------------------------------------------
@@ -257,6 +274,54 @@ void BM_WalkRecordManager(benchmark::State& state) {
   RealCloseFile(&f, __FILE__, __LINE__);
 }
 
+// --- (d) the walk with a look-up per row ------------------------------------------------
+
+void BM_WalkLookupDirect(benchmark::State& state) {
+  sqlite3* db = OpenDirect(Dir("walk"));
+  sqlite3_stmt* walk = Prepare(db, "jrnlrow.dat", "SELECT pos, ver, data FROM $T ORDER BY k0, pos");
+  sqlite3_stmt* item = Prepare(
+      db, "lineitem.dat", "SELECT pos, ver, data FROM $T WHERE k0=?1 ORDER BY k0, pos LIMIT 1");
+  uint8_t rec[kRowLen], master[kMasterLen], key[4];
+  int64_t rows = 0;
+  for (auto _ : state) {
+    for (int n = 0; n < kLookupWalkRows && sqlite3_step(walk) == SQLITE_ROW; ++n, ++rows) {
+      std::memcpy(rec, sqlite3_column_blob(walk, 2), kRowLen);
+      Encode(key, rec, Seg{0, kItem, 4, kInt});
+      sqlite3_bind_blob(item, 1, key, sizeof key, SQLITE_STATIC);
+      if (sqlite3_step(item) != SQLITE_ROW) state.SkipWithError("item not found");
+      std::memcpy(master, sqlite3_column_blob(item, 2), kMasterLen);
+      benchmark::DoNotOptimize(master[0]);
+      sqlite3_reset(item);
+    }
+    sqlite3_reset(walk);
+  }
+  if (rows != state.iterations() * kLookupWalkRows) state.SkipWithError("wrong row count");
+  state.SetItemsProcessed(rows);
+  sqlite3_finalize(item);
+  sqlite3_finalize(walk);
+  sqlite3_close_v2(db);
+}
+
+void BM_WalkLookupRecordManager(benchmark::State& state) {
+  BtrvFile* f = OpenFile(Dir("walk") + "/JRNLROW.DAT", kOpenModeReadOnly);
+  BtrvFile* items = OpenFile(Dir("walk") + "/LINEITEM.DAT", kOpenModeReadOnly);
+  uint8_t rec[kRowLen], master[kMasterLen] = {};
+  int64_t rows = 0;
+  for (auto _ : state) {
+    uint8_t ok = GetFileLowest(f, 0, kRowLen, rec, 2);
+    for (int n = 0; ok && n < kLookupWalkRows; ++n, ++rows) {
+      std::memcpy(master, rec + kItem, 4);
+      if (!GetFileEqual(items, 0, kMasterLen, master, 0)) state.SkipWithError("item not found");
+      benchmark::DoNotOptimize(master[0]);
+      ok = GetFileNext(f, 0, kRowLen, rec, 2);
+    }
+  }
+  if (rows != state.iterations() * kLookupWalkRows) state.SkipWithError("wrong row count");
+  state.SetItemsProcessed(rows);
+  RealCloseFile(&items, __FILE__, __LINE__);
+  RealCloseFile(&f, __FILE__, __LINE__);
+}
+
 // --- (c) inserts in one batch ------------------------------------------------------------
 
 void BM_InsertDirect(benchmark::State& state) {
@@ -312,6 +377,7 @@ void BM_InsertRecordManager(benchmark::State& state) {
 
 // Keeps the best items/s of every benchmark (over repetitions) for the ratio lines.
 struct RatioReporter : benchmark::ConsoleReporter {
+  RatioReporter() : ConsoleReporter(ConsoleOptions()) {}
   void ReportRuns(const std::vector<Run>& runs) override {
     for (const Run& run : runs) {
       auto it = run.counters.find("items_per_second");
@@ -336,11 +402,13 @@ BENCHMARK(BM_ReadDirect)->Apply(Timed);
 BENCHMARK(BM_ReadRecordManager)->Apply(Timed);
 BENCHMARK(BM_WalkDirect)->Apply(OnePass);
 BENCHMARK(BM_WalkRecordManager)->Apply(OnePass);
+BENCHMARK(BM_WalkLookupDirect)->Apply(OnePass);
+BENCHMARK(BM_WalkLookupRecordManager)->Apply(OnePass);
 BENCHMARK(BM_InsertDirect)->Apply(OnePass);
 BENCHMARK(BM_InsertRecordManager)->Apply(OnePass);
 
 int main(int argc, char** argv) {
-  benchmark::Initialize(&argc, argv);
+  InitializeBenchmarks(&argc, argv);
   char pattern[] = "/tmp/rm-bench-XXXXXX";
   Check(mkdtemp(pattern) != nullptr, "mkdtemp");
   g_root = pattern;
@@ -348,12 +416,22 @@ int main(int argc, char** argv) {
   RatioReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
   std::filesystem::remove_all(g_root);
-  for (std::string what : {"Read", "Walk", "Insert"}) {  // ours / direct in time per operation
-    const double direct = reporter.best_items_per_second["BM_" + what + "Direct"],
-                 ours = reporter.best_items_per_second["BM_" + what + "RecordManager"];
-    what[0] = static_cast<char>(std::tolower(what[0]));
-    std::printf("ratio %s %.2f\n", what.c_str(), direct > 0 && ours > 0 ? direct / ours : -1.0);
+  auto best = [&](const std::string& name) { return reporter.best_items_per_second[name]; };
+  for (std::string what : {"Read", "Walk", "Insert", "WalkLookup"}) {  // ours / direct per op
+    const double direct = best("BM_" + what + "Direct"),
+                 ours = best("BM_" + what + "RecordManager");
+    std::string label = what == "WalkLookup" ? "walk+lookup" : what;
+    label[0] = static_cast<char>(std::tolower(label[0]));
+    std::printf("ratio %s %.2f\n", label.c_str(), direct > 0 && ours > 0 ? direct / ours : -1.0);
   }
+  // What a look-up per row adds to a walk, per row, ours and direct SQLite's.
+  auto added = [&](const char* side) {
+    const double walk = best(std::string("BM_Walk") + side),
+                 with_lookup = best(std::string("BM_WalkLookup") + side);
+    return walk > 0 && with_lookup > 0 ? walk / with_lookup : -1.0;
+  };
+  std::printf("walk+lookup over walk %.2f (direct SQLite %.2f)\n", added("RecordManager"),
+              added("Direct"));
   benchmark::Shutdown();
   return 0;
 }
