@@ -2,10 +2,12 @@
 
 #include <unistd.h>
 
-#include <cstdio>
+#include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <string>
 #include <system_error>
+#include <vector>
 
 #include "Basics.h"
 
@@ -99,25 +101,24 @@ const CardSample kEmployees[] = {
 
 // Inserts a record through a handle of the host's own; answers whether it was written.
 template <typename Record>
-bool Insert(int (*open)(BtrvFile**, uint16_t), Record* record, const char* what) {
+bool Insert(int (*open)(BtrvFile**, uint16_t), Record* record, const char* what, Outcome& out) {
   BtrvFile* file = nullptr;
   if (open(&file, kOpenModeNormal) == 0) {
-    std::fprintf(stderr, "basics: cannot open the %s file (status %u)\n", what,
-                 GetErrorCode(nullptr));
+    out.Fail(std::string("the ") + what + " file cannot be opened", GetErrorCode(nullptr));
     return false;
   }
   bool ok = InsertRecord(file, sizeof(Record), record) != 0;
-  if (!ok) {
-    std::fprintf(stderr, "basics: cannot write a %s record (status %u)\n", what,
-                 GetErrorCode(file));
-  }
+  if (!ok) out.Fail(std::string("a ") + what + " record cannot be written", GetErrorCode(file));
   RealCloseFile(&file, kHost, __LINE__);
   return ok;
 }
 
-bool WriteAccounts() {
+bool WriteAccounts(Outcome& out) {
   BtrvFile* chart = nullptr;
-  if (OpenChartFile(&chart, kOpenModeNormal) == 0) return false;
+  if (OpenChartFile(&chart, kOpenModeNormal) == 0) {
+    out.Fail("the chart of accounts cannot be opened", GetErrorCode(nullptr));
+    return false;
+  }
   bool ok = bBeginBatchUpdate(chart) != 0;
   for (const AccountSample& a : kAccounts) {
     if (!ok) break;
@@ -129,40 +130,47 @@ bool WriteAccounts() {
     AssignGUID(account.Guid);
     ok = InsertRecord(chart, sizeof account, &account) != 0;
   }
-  if (bEndBatchUpdate(chart) == 0) ok = false;
+  if (!ok) out.Fail("an account cannot be written", GetErrorCode(chart));
+  if (bEndBatchUpdate(chart) == 0 && ok) {
+    out.Fail("the chart of accounts cannot be written", GetErrorCode(chart));
+    ok = false;
+  }
   RealCloseFile(&chart, kHost, __LINE__);
   return ok;
 }
 
-bool WriteCards() {
+bool WriteCards(Outcome& out) {
   for (const CardSample& c : kCustomers) {
     CustomerRecord record{};
     record.ID = c.id;
     record.Name = c.name;
     AssignGUID(record.Guid);
-    if (!Insert(OpenCustFile, &record, "customer")) return false;
+    if (!Insert(OpenCustFile, &record, "customer", out)) return false;
   }
   for (const CardSample& c : kVendors) {
     VendorRecord record{};
     record.ID = c.id;
     record.Name = c.name;
     AssignGUID(record.Guid);
-    if (!Insert(OpenVendFile, &record, "vendor")) return false;
+    if (!Insert(OpenVendFile, &record, "vendor", out)) return false;
   }
   for (const CardSample& c : kEmployees) {
     EmpType record{};
     record.ID = c.id;
     AssignGUID(record.Guid);
-    if (!Insert(OpenEmployeeFile, &record, "employee")) return false;
+    if (!Insert(OpenEmployeeFile, &record, "employee", out)) return false;
   }
   return true;
 }
 
 // Sets twelve monthly periods: the history year is last calendar year, the open years
 // this year and next, and the current period is this month.
-bool WriteCalendar() {
+bool WriteCalendar(Outcome& out) {
   GeneralDataType* gl = nullptr;
-  if (!GetGeneralDataPtr(nullptr, &gl, MOD_GL, kGenReadForUpdate, false)) return false;
+  if (!GetGeneralDataPtr(nullptr, &gl, MOD_GL, kGenReadForUpdate, false)) {
+    out.Fail("the general-ledger settings cannot be read for editing", kNoStatus);
+    return false;
+  }
   const int year = TodaysDate.year;
   gl->GL.PeriodsPerYear = 12;
   gl->GL.FiscalYear = static_cast<uint16_t>(year);
@@ -176,11 +184,13 @@ bool WriteCalendar() {
     }
   }
   gl->GL.CurrentPeriod = static_cast<uint16_t>(14 + TodaysDate.month);
-  return WrtGeneralDataPtr(nullptr, gl, 1, 0) != 0;
+  if (WrtGeneralDataPtr(nullptr, gl, 1, 0) != 0) return true;
+  out.Fail("the period calendar cannot be written", kNoStatus);
+  return false;
 }
 
 // Points the modules' control and default cash accounts at the sample chart.
-bool WriteModuleAccounts() {
+bool WriteModuleAccounts(Outcome& out) {
   struct {
     ModuleType kind;
     const char* control;
@@ -191,7 +201,10 @@ bool WriteModuleAccounts() {
                         {MOD_GL, nullptr, "1020"}};
   for (const auto& s : settings) {
     GeneralDataType* rec = nullptr;
-    if (!GetGeneralDataPtr(nullptr, &rec, s.kind, kGenReadForUpdate, false)) return false;
+    if (!GetGeneralDataPtr(nullptr, &rec, s.kind, kGenReadForUpdate, false)) {
+      out.Fail("a module's settings cannot be read for editing", kNoStatus);
+      return false;
+    }
     FixedString<16> cash{};
     cash = s.cash;
     int32_t cash_number = GetAcctRecNumFromID(cash);
@@ -217,33 +230,68 @@ bool WriteModuleAccounts() {
         rec->GL.DefaultCashAccount = cash_number;
         break;
     }
-    if (!WrtGeneralDataPtr(nullptr, rec, 1, 0)) return false;
+    if (!WrtGeneralDataPtr(nullptr, rec, 1, 0)) {
+      out.Fail("a module's settings cannot be written", kNoStatus);
+      return false;
+    }
   }
   return true;
 }
 
-}  // namespace
+// The host's read-only handle on the open company's general file.
+BtrvFile* g_general = nullptr;
 
-bool OpenCompany(const std::string& dir) {
-  std::error_code ec;
-  std::filesystem::path path = std::filesystem::absolute(dir, ec);
-  if (ec || !std::filesystem::exists(path / "records.db")) {
-    std::fprintf(stderr, "basics: %s holds no company\n", dir.c_str());
-    return false;
+std::string GeneralPath(const std::string& dir) {
+  return (std::filesystem::path(dir) / GeneralFileName.c_str()).string();
+}
+
+// Opens the general file of dir read-only into g_general. A directory holds a company
+// exactly when this open succeeds; on failure out receives the record manager's status.
+bool OpenGeneral(const std::string& dir, Outcome& out) {
+  if (RealOpenBFileOwner(&g_general, GeneralPath(dir).c_str(), kOpenModeReadOnly, kFileNoGeneral,
+                         csTheOwner.c_str(), kHost, __LINE__) != 0) {
+    return true;
   }
+  g_general = nullptr;
+  out.Fail("the general file cannot be read", GetErrorCode(nullptr));
+  return false;
+}
+
+// Makes dir the open company: current directory, company path and globals, marker.
+bool Enter(const std::string& dir, Outcome& out) {
+  std::filesystem::path path(dir);
   if (::chdir(path.c_str()) != 0) {
-    std::fprintf(stderr, "basics: cannot change to %s\n", dir.c_str());
+    out.Fail(std::string("cannot make it the current directory: ") + std::strerror(errno),
+             kNoStatus);
     return false;
   }
   g_szCompanyPath = path.c_str();
   CurrentDirName = path.c_str();
   CurrentShortName = path.filename().c_str();
-  g_sharedCompFile.Open(path.c_str());
+  if (!g_sharedCompFile.Open(path.c_str())) {
+    out.Fail("the company cannot be marked open", kNoStatus);
+    return false;
+  }
   CompanyIsOpen = 1;
   return true;
 }
 
-int CloseCompany() {
+// Reads every settings record through the host's handle, so that a general file that
+// lost records or cannot be read is found before any view shows half a company.
+bool ReadSettings(Outcome& out) {
+  const ModuleType kinds[] = {MOD_AR, MOD_AP, MOD_PR, MOD_GL, MOD_5, MOD_6, MOD_INV, MOD_8};
+  for (ModuleType kind : kinds) {
+    GeneralDataType* rec = nullptr;
+    if (!GetGeneralDataPtr(g_general, &rec, kind, kGenReadForReading, false)) {
+      out.Fail("the general file cannot be read", GetErrorCode(g_general));
+      return false;
+    }
+  }
+  return true;
+}
+
+// Closes everything OpenCompany may have opened; answers the handles left open.
+std::vector<OpenHandleInfo> Leave() {
   CloseInternalChartFile();
   CloseInternalCustFile();
   CloseInternalVendFile();
@@ -252,44 +300,62 @@ int CloseCompany() {
   CloseInternalAuditTrailFile();
   CloseGeneralFile();
   DeallocGeneralRecReadPtr();
+  RealCloseFile(&g_general, kHost, __LINE__);
   g_sharedCompFile.Close();
   CompanyIsOpen = 0;
   g_szCompanyPath = "";
-  int left = 0;
-  for (const OpenHandleInfo& h : ListOpenHandles()) {
-    std::fprintf(stderr, "basics: handle left open: %s (opened at %s:%d)\n", h.fileName.c_str(),
-                 h.srcFile.c_str(), h.srcLine);
-    ++left;
-  }
-  return left;
+  return ListOpenHandles();
 }
 
-bool CreateCompany(const std::string& dir) {
+}  // namespace
+
+BtrvFile* GeneralFile() { return g_general; }
+
+bool OpenCompany(const std::string& dir, Outcome& out) {
+  if (OpenGeneral(dir, out) && Enter(dir, out) && ReadSettings(out)) return true;
+  Leave();
+  return false;
+}
+
+void CloseCompany(Outcome& out) {
+  std::vector<OpenHandleInfo> left = Leave();
+  if (!left.empty()) {
+    const OpenHandleInfo& h = left.front();
+    out.Fail("a handle was left open: " + h.fileName + " (opened at " + h.srcFile + ":" +
+                 std::to_string(h.srcLine) + ")",
+             kNoStatus);
+  }
+}
+
+bool CreateCompany(const std::string& dir, Outcome& out) {
   std::error_code ec;
   std::filesystem::create_directories(dir, ec);
   if (ec) {
-    std::fprintf(stderr, "basics: cannot make %s: %s\n", dir.c_str(), ec.message().c_str());
+    out.Fail("cannot make the directory: " + ec.message(), kNoStatus);
     return false;
   }
-  if (std::filesystem::exists(std::filesystem::path(dir) / "records.db")) {
-    std::fprintf(stderr, "basics: %s already holds a company\n", dir.c_str());
+  Outcome probe;
+  if (OpenGeneral(dir, probe)) {
+    Leave();
+    out.Fail("already holds a company", kNoStatus);
     return false;
   }
   if (CreateNewCompany(dir.c_str()) == 0) {
-    std::fprintf(stderr, "basics: cannot create the data files in %s (status %u)\n", dir.c_str(),
-                 GetErrorCode(nullptr));
+    out.Fail("the company's data files cannot be created", GetErrorCode(nullptr));
     return false;
   }
-  if (!OpenCompany(dir)) return false;
-  CurVersion = "1.0.0";
-  bool ok = InitGeneralFile() != 0;
-  if (!ok) std::fprintf(stderr, "basics: cannot write the general file's defaults\n");
-  CloseCompany();
-  return ok;
+  bool ok = OpenGeneral(dir, out) && Enter(dir, out);
+  if (ok) {
+    CurVersion = "1.0.0";
+    ok = InitGeneralFile() != 0;
+    if (!ok) out.Fail("the general file's defaults cannot be written", kNoStatus);
+  }
+  CloseCompany(out);
+  return ok && !out.failed();
 }
 
-bool WriteSampleCompany() {
-  return WriteCalendar() && WriteAccounts() && WriteModuleAccounts() && WriteCards();
+bool WriteSampleCompany(Outcome& out) {
+  return WriteCalendar(out) && WriteAccounts(out) && WriteModuleAccounts(out) && WriteCards(out);
 }
 
 }  // namespace host

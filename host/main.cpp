@@ -1,13 +1,8 @@
 // The command-line host program `basics`: creates companies and shows what the library
-// answers about them.
-//
-//   basics [--today YYYY-MM-DD] new DIR        an empty company with default settings
-//   basics [--today YYYY-MM-DD] demo DIR       a sample company, then every view below
-//   basics [--today YYYY-MM-DD] cards DIR      customers, vendors, employees and lookups
-//   basics [--today YYYY-MM-DD] accounts DIR   chart of accounts and special accounts
-//   basics [--today YYYY-MM-DD] periods DIR    period calendar and date ranges
+// answers about them. kUsage lists the commands. Every command either prints its whole
+// output and exits 0, or prints one line naming the directory, what failed and the record
+// manager's status on standard error and exits 1; usage errors exit 2.
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <string>
@@ -15,19 +10,30 @@
 
 #include "Basics.h"
 #include "company.h"
+#include "outcome.h"
 #include "report.h"
+
+#ifndef BASICS_VERSION
+#define BASICS_VERSION "unknown"
+#endif
 
 namespace {
 
-int Usage() {
-  std::fprintf(stderr,
-               "usage: basics [--today YYYY-MM-DD] COMMAND DIR\n"
-               "commands:\n"
-               "  new DIR       create an empty company\n"
-               "  demo DIR      create a sample company and show it\n"
-               "  cards DIR     customers, vendors, employees and their lookups\n"
-               "  accounts DIR  chart of accounts and special accounts\n"
-               "  periods DIR   period calendar and date ranges\n");
+constexpr const char* kUsage =
+    "usage: basics [--today YYYY-MM-DD] COMMAND DIR\n"
+    "       basics --help | --version\n"
+    "commands:\n"
+    "  new DIR       create an empty company\n"
+    "  demo DIR      create a sample company and show it\n"
+    "  cards DIR     customers, vendors, employees and their lookups\n"
+    "  accounts DIR  chart of accounts and special accounts\n"
+    "  periods DIR   period calendar and date ranges\n"
+    "  check DIR     exit 0 when DIR holds a company that opens, else 1\n"
+    "A company that cannot be read is reported on one line with the record manager's\n"
+    "status, and the exit status is 1.\n";
+
+int UsageError() {
+  std::fputs(kUsage, stderr);
   return 2;
 }
 
@@ -38,28 +44,44 @@ bool ParseDate(const char* text, DatesType& date) {
   return IsLegalDate(date);
 }
 
-// Runs view on the company in dir; answers the exit status.
-int WithCompany(const std::string& dir, void (*view)()) {
-  if (!host::OpenCompany(dir)) return 1;
-  view();
-  return host::CloseCompany() == 0 ? 0 : 1;
+// Answers a message the way the platform's default would (OK, No, Cancel or Ignore) but
+// keeps its text in out instead of writing it, so that a failing command's one line is
+// all that reaches standard error.
+int AnswerQuietly(host::Outcome& out, const HostMessage& message) {
+  out.Note(message.text);
+  switch (message.style & MB_BUTTONS_MASK) {
+    case MB_ABORTRETRYIGNORE:
+      return IDIGNORE;
+    case MB_YESNO:
+    case MB_YESNOCANCEL:
+      return IDNO;
+    case MB_OKCANCEL:
+    case MB_RETRYCANCEL:
+      return IDCANCEL;
+    default:
+      return IDOK;
+  }
 }
 
-int Demo(const std::string& dir) {
-  if (!host::CreateCompany(dir)) return 1;
-  if (!host::OpenCompany(dir)) return 1;
-  bool ok = host::WriteSampleCompany();
-  if (host::CloseCompany() != 0 || !ok) {
-    std::fprintf(stderr, "basics: the sample company could not be written\n");
-    return 1;
-  }
-  std::printf("Sample company created in %s\n\n", dir.c_str());
-  int status = WithCompany(dir, host::PrintCards);
-  std::printf("\n");
-  status |= WithCompany(dir, host::PrintAccounts);
-  std::printf("\n");
-  status |= WithCompany(dir, host::PrintPeriods);
-  return status;
+// Adds view of the company in dir to out.
+void WithCompany(const std::string& dir, void (*view)(host::Outcome&), host::Outcome& out) {
+  if (!host::OpenCompany(dir, out)) return;
+  view(out);
+  host::CloseCompany(out);
+}
+
+void Demo(const std::string& dir, host::Outcome& out) {
+  if (!host::CreateCompany(dir, out)) return;
+  if (!host::OpenCompany(dir, out)) return;
+  host::WriteSampleCompany(out);
+  host::CloseCompany(out);
+  if (out.failed()) return;
+  out.Printf("Sample company created in %s\n\n", dir.c_str());
+  WithCompany(dir, host::PrintCards, out);
+  out.Printf("\n");
+  WithCompany(dir, host::PrintAccounts, out);
+  out.Printf("\n");
+  WithCompany(dir, host::PrintPeriods, out);
 }
 
 }  // namespace
@@ -75,21 +97,54 @@ int main(int argc, char** argv) {
     TodaysDate = today;
     arg += 2;
   }
-  if (arg + 2 != argc) return Usage();
-  const std::string command = argv[arg];
-  std::error_code ec;
-  // Every command works on the absolute path: opening a company changes the directory.
-  const std::string dir = std::filesystem::absolute(argv[arg + 1], ec).lexically_normal().string();
-  if (ec) return Usage();
-
-  if (command == "new") {
-    if (!host::CreateCompany(dir)) return 1;
-    std::printf("Empty company created in %s\n", dir.c_str());
+  if (arg + 1 == argc &&
+      (std::strcmp(argv[arg], "--help") == 0 || std::strcmp(argv[arg], "-h") == 0)) {
+    std::fputs(kUsage, stdout);
     return 0;
   }
-  if (command == "demo") return Demo(dir);
-  if (command == "cards") return WithCompany(dir, host::PrintCards);
-  if (command == "accounts") return WithCompany(dir, host::PrintAccounts);
-  if (command == "periods") return WithCompany(dir, host::PrintPeriods);
-  return Usage();
+  if (arg + 1 == argc && std::strcmp(argv[arg], "--version") == 0) {
+    std::printf("basics %s\n", BASICS_VERSION);
+    return 0;
+  }
+  if (arg >= argc) return UsageError();
+  const std::string command = argv[arg];
+  void (*view)(host::Outcome&) = nullptr;
+  if (command == "cards") view = host::PrintCards;
+  if (command == "accounts") view = host::PrintAccounts;
+  if (command == "periods") view = host::PrintPeriods;
+  if (view == nullptr && command != "new" && command != "demo" && command != "check") {
+    std::fprintf(stderr, "basics: unknown %s '%s'\n", command[0] == '-' ? "option" : "command",
+                 command.c_str());
+    return UsageError();
+  }
+  if (arg + 2 != argc) {
+    std::fprintf(stderr, "basics: %s wants one directory\n", command.c_str());
+    return UsageError();
+  }
+  std::error_code ec;
+  // Every command works on the absolute path: opening a company changes the directory.
+  std::filesystem::path path = std::filesystem::absolute(argv[arg + 1], ec);
+  if (ec) {
+    std::fprintf(stderr, "basics: %s: %s\n", argv[arg + 1], ec.message().c_str());
+    return 1;
+  }
+  path = path.lexically_normal();
+  if (!path.has_filename()) path = path.parent_path();  // "co/" names co
+  const std::string dir = path.string();
+
+  host::Outcome out;
+  SetMessageHandler([&out](const HostMessage& message) { return AnswerQuietly(out, message); });
+  if (view != nullptr) {
+    WithCompany(dir, view, out);
+  } else if (command == "new") {
+    if (host::CreateCompany(dir, out)) out.Printf("Empty company created in %s\n", dir.c_str());
+  } else if (command == "demo") {
+    Demo(dir, out);
+  } else if (host::OpenCompany(dir, out)) {  // check
+    host::CloseCompany(out);
+    out.Printf("%s holds a company\n", dir.c_str());
+  }
+  int status = out.Finish(dir);
+  SetMessageHandler(nullptr);
+  return status;
 }

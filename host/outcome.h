@@ -1,0 +1,42 @@
+// What a command of the host program hands back: the text it prints on standard output,
+// or the one reason it failed. The text is held until the command has finished, so that a
+// command that fails half-way prints its reason and nothing else.
+#ifndef BASICS_HOST_OUTCOME_H_
+#define BASICS_HOST_OUTCOME_H_
+
+#include <string>
+#include <vector>
+
+namespace host {
+
+// Marks a failure that has no record-manager status (a directory that cannot be made, a
+// handle left open).
+constexpr int kNoStatus = -1;
+
+class Outcome {
+ public:
+  // Appends formatted text to the output; nothing is printed before Finish.
+  void Printf(const char* format, ...) __attribute__((format(printf, 2, 3)));
+  // Records what could not be done and the record manager's status (kNoStatus when the
+  // failure is not the record manager's). Only the first failure counts; the text gathered
+  // so far is dropped and later text is ignored.
+  void Fail(const std::string& what, int status);
+  // Keeps a message the library or the platform showed while the command ran.
+  void Note(const std::string& message);
+  bool failed() const { return failed_; }
+  // Writes the text to standard output and the kept messages to standard error, or, after
+  // a failure, only the one line "basics: DIR: what (status N)". Answers the exit status:
+  // 0, or 1 after a failure.
+  int Finish(const std::string& dir) const;
+
+ private:
+  std::string text_;
+  std::vector<std::string> notes_;
+  bool failed_ = false;
+  std::string what_;
+  int status_ = kNoStatus;
+};
+
+}  // namespace host
+
+#endif  // BASICS_HOST_OUTCOME_H_
