@@ -123,7 +123,11 @@ class BtrvFile {
 
 // Keyed reads. lock is a lock bias; len must equal the record length (the key length for
 // a key-only read); for Equal/GE/Greater/Less/LE the key fields are set in buf first.
-// Each answers non-zero on success; GetErrorCode tells why a call failed.
+// Each answers non-zero on success, with the record (or the key) in buf, which the caller
+// owns. On failure buf and the handle's current record are left as they were (a refused
+// lock, 84, included); GetErrorCode tells why. A handle's Next and Previous go on along
+// its own walk whatever other handles read between two steps; they see the file in one
+// snapshot while the walk goes on, and as it is now after a write or a pause.
 uint8_t GetFileEqual(BtrvFile* f, uint16_t lock, uint32_t len, void* buf, int16_t key);
 uint8_t GetFileGE(BtrvFile* f, uint16_t lock, uint32_t len, void* buf, int16_t key);
 uint8_t GetFileGreater(BtrvFile* f, uint16_t lock, uint32_t len, void* buf, int16_t key);
@@ -133,14 +137,17 @@ uint8_t GetFileLowest(BtrvFile* f, uint16_t lock, uint32_t len, void* buf, int16
 uint8_t GetFileHighest(BtrvFile* f, uint16_t lock, uint32_t len, void* buf, int16_t key);
 uint8_t GetFileNext(BtrvFile* f, uint16_t lock, uint32_t len, void* buf, int16_t key);
 uint8_t GetFilePrevious(BtrvFile* f, uint16_t lock, uint32_t len, void* buf, int16_t key);
-// Re-reads the record at a physical position and makes key the key path.
+// Re-reads the record at a physical position and makes key the key path; on failure as
+// the keyed reads.
 uint8_t GetFileDirect(BtrvFile* f, uint16_t lock, uint32_t len, void* buf, int16_t key,
                       int32_t position);
-// The next record in physical order (the first when the handle has no current record).
+// The next record in physical order (the first when the handle has no current record);
+// 9 after the last, buf then left as it was.
 uint8_t StepDirect(BtrvFile* f, uint32_t len, void* buf);
 
 // Writes. An insert whose auto-increment field is 0 gets the highest value + 1, written
-// back into buf.
+// back into buf; a failed write changes neither the file nor buf, and leaves the handle's
+// current record as it was. Outside a batch each write commits on its own.
 uint8_t InsertRecord(BtrvFile* f, uint32_t len, void* buf);
 uint8_t InsertRecordByKey(BtrvFile* f, uint32_t len, void* buf, uint16_t key);
 // Rewrites the current record; key -1 keeps no key position.
@@ -150,10 +157,11 @@ uint8_t UpdateFile(BtrvFile* f, uint32_t len, void* buf, int16_t key);
 uint8_t DeleteRecord(BtrvFile* f, uint32_t len, void* buf);
 uint8_t DeleteRecord(BtrvFile* f, uint32_t len, void* buf, AMCallbackRecordInfo* info);
 
-// Physical position of the current record (0 when none); record count (-1 on error).
+// Physical position of the current record (0 with status 8 when none); record count (-1
+// on error, the status then readable by GetErrorCode).
 int32_t PhysicalPosition(BtrvFile* f);
 int32_t NumRecsInFile(BtrvFile* f);
-// Drops the lock taken by a locked read.
+// Drops the lock taken by a locked read; answers 1, also when the handle held none.
 uint8_t UnlockOneRecord(BtrvFile* f);
 
 // Batches. bBeginBatchUpdate begins a write transaction on the file's store, or, when this
@@ -181,6 +189,10 @@ uint16_t GetErrorCode(BtrvFile* f);
 
 // Opens name (absolute or relative to the current directory; '\' and '/' both
 // separate): the directory names the store, the base name (case-insensitive) the file.
+// Answers 1 with *f a new handle that the caller owns until RealCloseFile, or 0 with *f
+// null and the status readable by GetErrorCode(nullptr). Only 85 has been shown to the
+// user (the record manager's Retry prompt, which an open always shows); every other
+// failure is silent.
 int RealOpenBFileOwner(BtrvFile** f, const char* name, uint16_t mode, uint16_t file_number,
                        const char* owner, const char* src_file, int src_line);
 int RealOpenBFile(BtrvFile** f, const char* name, uint16_t mode, uint16_t file_number,
