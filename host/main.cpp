@@ -49,18 +49,7 @@ bool ParseDate(const char* text, DatesType& date) {
 // all that reaches standard error.
 int AnswerQuietly(host::Outcome& out, const HostMessage& message) {
   out.Note(message.text);
-  switch (message.style & MB_BUTTONS_MASK) {
-    case MB_ABORTRETRYIGNORE:
-      return IDIGNORE;
-    case MB_YESNO:
-    case MB_YESNOCANCEL:
-      return IDNO;
-    case MB_OKCANCEL:
-    case MB_RETRYCANCEL:
-      return IDCANCEL;
-    default:
-      return IDOK;
-  }
+  return DefaultMessageAnswer(message.style);
 }
 
 // Adds view of the company in dir to out.

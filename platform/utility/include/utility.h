@@ -156,6 +156,9 @@ typedef std::function<void(unsigned message, uintptr_t wparam, const void* lpara
 // The handlers are kept by copy and called on the caller's thread, outside any lock, so
 // they may show messages or replace themselves.
 void SetMessageHandler(MessageHandler handler);
+// The answer the default handler gives to a message of style: the choice that changes
+// nothing (for a handler that keeps messages from the user but answers as the default).
+int DefaultMessageAnswer(unsigned style);
 void SetBroadcastHandler(BroadcastHandler handler);
 // Delivers a notice to the host's windows synchronously (nothing without a handler);
 // lparam is only lent for the call.

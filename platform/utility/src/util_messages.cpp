@@ -88,22 +88,6 @@ std::string BuildText(int number, const std::vector<Insert>& inserts) {
   return out;
 }
 
-// The answer of a message nobody sees: the choice that changes nothing.
-int DefaultAnswer(unsigned style) {
-  switch (style & MB_BUTTONS_MASK) {
-    case MB_YESNO:
-    case MB_YESNOCANCEL:
-      return IDNO;
-    case MB_OKCANCEL:
-    case MB_RETRYCANCEL:
-      return IDCANCEL;
-    case MB_ABORTRETRYIGNORE:
-      return IDIGNORE;
-    default:
-      return IDOK;
-  }
-}
-
 int Show(unsigned style, int number, std::string text) {
   MessageHandler handler;
   {
@@ -123,7 +107,7 @@ int Show(unsigned style, int number, std::string text) {
   } else {
     std::fprintf(stderr, "Message: %s\n", text.c_str());
   }
-  return DefaultAnswer(style);
+  return DefaultMessageAnswer(style);
 }
 
 Insert TextInsert(const char* text) {
@@ -133,6 +117,23 @@ Insert TextInsert(const char* text) {
 }
 
 }  // namespace
+
+// The answer of a message nobody sees: the choice that changes nothing.
+int DefaultMessageAnswer(unsigned style) {
+  switch (style & MB_BUTTONS_MASK) {
+    case MB_YESNO:
+    case MB_YESNOCANCEL:
+      return IDNO;
+    case MB_OKCANCEL:
+    case MB_RETRYCANCEL:
+      return IDCANCEL;
+    case MB_ABORTRETRYIGNORE:
+      return IDIGNORE;
+    default:
+      return IDOK;
+  }
+}
+
 
 void SetMessageHandler(MessageHandler handler) {
   Hooks& hooks = TheHooks();
