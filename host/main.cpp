@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <string>
 #include <system_error>
+#include <vector>
 
 #include "Basics.h"
 #include "company.h"
@@ -20,7 +21,7 @@
 namespace {
 
 constexpr const char* kUsage =
-    "usage: basics [--today YYYY-MM-DD] COMMAND DIR\n"
+    "usage: basics [--today YYYY-MM-DD] COMMAND DIR [--format table|csv|json]\n"
     "       basics --help | --version\n"
     "commands:\n"
     "  new DIR       create an empty company\n"
@@ -29,6 +30,7 @@ constexpr const char* kUsage =
     "  accounts DIR  chart of accounts and special accounts\n"
     "  periods DIR   period calendar and date ranges\n"
     "  check DIR     exit 0 when DIR holds a company that opens, else 1\n"
+    "The listings (cards, accounts, periods) print as a table, CSV or JSON (--format).\n"
     "A company that cannot be read is reported on one line with the record manager's\n"
     "status, and the exit status is 1.\n";
 
@@ -52,11 +54,13 @@ int AnswerQuietly(host::Outcome& out, const HostMessage& message) {
   return DefaultMessageAnswer(message.style);
 }
 
-// Adds view of the company in dir to out.
-void WithCompany(const std::string& dir, void (*view)(host::Outcome&), host::Outcome& out) {
+// Adds view of the company in dir to out in format.
+void WithCompany(const std::string& dir, host::View view, host::Format format, host::Outcome& out) {
   if (!host::OpenCompany(dir, out)) return;
-  view(out);
+  std::vector<host::Listing> listings;
+  view(&listings, out);
   host::CloseCompany(out);
+  if (!out.failed()) host::Render(listings, format, out);
 }
 
 void Demo(const std::string& dir, host::Outcome& out) {
@@ -66,11 +70,10 @@ void Demo(const std::string& dir, host::Outcome& out) {
   host::CloseCompany(out);
   if (out.failed()) return;
   out.Printf("Sample company created in %s\n\n", dir.c_str());
-  WithCompany(dir, host::PrintCards, out);
-  out.Printf("\n");
-  WithCompany(dir, host::PrintAccounts, out);
-  out.Printf("\n");
-  WithCompany(dir, host::PrintPeriods, out);
+  for (host::View view : {host::CardsView, host::AccountsView, host::PeriodsView}) {
+    WithCompany(dir, view, host::Format::kTable, out);
+    if (view != host::PeriodsView) out.Printf("\n");
+  }
 }
 
 }  // namespace
@@ -97,18 +100,31 @@ int main(int argc, char** argv) {
   }
   if (arg >= argc) return UsageError();
   const std::string command = argv[arg];
-  void (*view)(host::Outcome&) = nullptr;
-  if (command == "cards") view = host::PrintCards;
-  if (command == "accounts") view = host::PrintAccounts;
-  if (command == "periods") view = host::PrintPeriods;
+  host::View view = nullptr;
+  if (command == "cards") view = host::CardsView;
+  if (command == "accounts") view = host::AccountsView;
+  if (command == "periods") view = host::PeriodsView;
   if (view == nullptr && command != "new" && command != "demo" && command != "check") {
     std::fprintf(stderr, "basics: unknown %s '%s'\n", command[0] == '-' ? "option" : "command",
                  command.c_str());
     return UsageError();
   }
-  if (arg + 2 != argc) {
+  if (arg + 1 >= argc || argv[arg + 1][0] == '-') {
     std::fprintf(stderr, "basics: %s wants one directory\n", command.c_str());
     return UsageError();
+  }
+  // Options after the directory: the listing commands take --format.
+  host::Format format = host::Format::kTable;
+  for (int i = arg + 2; i < argc; i += 2) {
+    const std::string option = argv[i];
+    if (view == nullptr || option != "--format") {
+      std::fprintf(stderr, "basics: %s takes no option '%s'\n", command.c_str(), option.c_str());
+      return UsageError();
+    }
+    if (i + 1 >= argc || !host::ParseFormat(argv[i + 1], &format)) {
+      std::fprintf(stderr, "basics: --format wants table, csv or json\n");
+      return UsageError();
+    }
   }
   std::error_code ec;
   // Every command works on the absolute path: opening a company changes the directory.
@@ -124,7 +140,7 @@ int main(int argc, char** argv) {
   host::Outcome out;
   SetMessageHandler([&out](const HostMessage& message) { return AnswerQuietly(out, message); });
   if (view != nullptr) {
-    WithCompany(dir, view, out);
+    WithCompany(dir, view, format, out);
   } else if (command == "new") {
     if (host::CreateCompany(dir, out)) out.Printf("Empty company created in %s\n", dir.c_str());
   } else if (command == "demo") {

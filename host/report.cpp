@@ -47,75 +47,84 @@ FixedString<N> Fixed(const char* text) {
   return f;
 }
 
-void PrintCustomers(Outcome& out) {
-  out.Printf("Customers\n  %-10s %5s  %-30s  %-10s %s\n", "ID", "Rec#", "Name (30 characters)",
-             "ID<-Rec#", "Rec#<-GUID");
-  Walk<CustomerRecord>(OpenCustFile, "customer file", out, [&out](const CustomerRecord& c) {
+Listing Customers(Outcome& out) {
+  Listing l("Customers",
+            {{"ID"}, {"Rec#", true}, {"Name (30 characters)"}, {"ID<-Rec#"}, {"Rec#<-GUID", true}});
+  Walk<CustomerRecord>(OpenCustFile, "customer file", out, [&l](const CustomerRecord& c) {
     int32_t number = 0;
     FixedString<31> name{};
     GetRecordNumberAndNameFromCustomerID(c.ID, number, name);
     FixedString<21> back{};
     GetCustomerIDFromRecordNumber(number, back);
-    out.Printf("  %-10s %5d  %-30s  %-10s %d\n", c.ID.c_str(), number, name.c_str(), back.c_str(),
-               GetRecordNumberFromCustomerGUID(c.Guid));
+    l.Add({c.ID.c_str(), std::to_string(number), name.c_str(), back.c_str(),
+           std::to_string(GetRecordNumberFromCustomerGUID(c.Guid))});
   });
+  return l;
 }
 
-void PrintVendors(Outcome& out) {
-  out.Printf("Vendors\n  %-10s %5s  %-30s  %-10s %s\n", "ID", "Rec#", "Name (30 characters)",
-             "ID<-Rec#", "Rec#<-GUID");
-  Walk<VendorRecord>(OpenVendFile, "vendor file", out, [&out](const VendorRecord& v) {
+Listing Vendors(Outcome& out) {
+  Listing l("Vendors",
+            {{"ID"}, {"Rec#", true}, {"Name (30 characters)"}, {"ID<-Rec#"}, {"Rec#<-GUID", true}});
+  Walk<VendorRecord>(OpenVendFile, "vendor file", out, [&l](const VendorRecord& v) {
     int32_t number = GetRecordNumberFromVendorID(v.ID);
     FixedString<31> name{};
     GetVendorNameFromRecordNumber(number, name);
     FixedString<21> back{};
     GetVendorIDFromRecordNumber(number, back);
-    out.Printf("  %-10s %5d  %-30s  %-10s %d\n", v.ID.c_str(), number, name.c_str(), back.c_str(),
-               GetVendorRecordNumberFromGUID(v.Guid));
+    l.Add({v.ID.c_str(), std::to_string(number), name.c_str(), back.c_str(),
+           std::to_string(GetVendorRecordNumberFromGUID(v.Guid))});
   });
+  return l;
 }
 
-void PrintEmployees(Outcome& out) {
-  out.Printf("Employees\n  %-10s %5s  %-10s %s\n", "ID", "Rec#", "ID<-Rec#", "Rec#<-GUID");
-  Walk<EmpType>(OpenEmployeeFile, "employee file", out, [&out](const EmpType& e) {
+Listing Employees(Outcome& out) {
+  Listing l("Employees", {{"ID"}, {"Rec#", true}, {"ID<-Rec#"}, {"Rec#<-GUID", true}});
+  Walk<EmpType>(OpenEmployeeFile, "employee file", out, [&l](const EmpType& e) {
     int32_t number = GetEmployeeRecNo(e.ID);
     FixedString<21> back{};
     GetEmployeeID(number, &back);
-    out.Printf("  %-10s %5d  %-10s %d\n", e.ID.c_str(), number, back.c_str(),
-               GetEmployeeRecNo(e.Guid));
+    l.Add({e.ID.c_str(), std::to_string(number), back.c_str(),
+           std::to_string(GetEmployeeRecNo(e.Guid))});
   });
+  return l;
 }
 
-void PrintMissingLookups(Outcome& out) {
-  out.Printf("Lookups that find nothing\n");
+std::string YesNo(bool yes) { return yes ? "yes" : "no"; }
+
+Listing MissingLookups() {
+  Listing l("Lookups that find nothing", {{"Lookup"}, {"Answer"}});
   int32_t number = -1;
   FixedString<31> name{};
   bool found = GetRecordNumberAndNameFromVendorID(Fixed<21>("NOSUCH"), number, name);
-  out.Printf("  vendor NOSUCH: found %s, record number %d, name \"%s\"\n", found ? "yes" : "no",
-             number, name.c_str());
-  out.Printf("  customer with an empty ID: record number %d\n",
-             GetRecordNumberFromCustomerID(Fixed<21>("")));
+  l.Add({"vendor NOSUCH", "found " + YesNo(found) + ", record number " + std::to_string(number) +
+                              ", name \"" + name.c_str() + "\""});
+  l.Add({"customer with an empty ID",
+         "record number " + std::to_string(GetRecordNumberFromCustomerID(Fixed<21>("")))});
   FixedString<21> id{};
   found = GetCustomerIDFromRecordNumber(999, id);
-  out.Printf("  customer record 999: found %s, ID \"%s\"\n", found ? "yes" : "no", id.c_str());
-  out.Printf("  vendor record 0 exists: %d; vendor record 2 exists: %d\n",
-             VendExistQuietByRecNum(0), VendExistQuietByRecNum(2));
+  l.Add({"customer record 999", "found " + YesNo(found) + ", ID \"" + id.c_str() + "\""});
+  l.Add({"vendor records 0 and 2 exist", std::to_string(VendExistQuietByRecNum(0)) + ", " +
+                                             std::to_string(VendExistQuietByRecNum(2))});
   GUID guid{};
   std::memset(&guid, 0xAB, sizeof guid);
   int answer = GetCustomerGUIDFromRecordNumber(999, guid);
-  out.Printf("  customer GUID of record 999: %d, output %s\n", answer,
-             guid.Data1 == 0xABABABABu ? "left as it was" : "changed");
+  l.Add({"customer GUID of record 999",
+         std::to_string(answer) + ", output " +
+             (guid.Data1 == 0xABABABABu ? "left as it was" : "changed")});
   answer = GetVendorGUIDFromRecordNumber(999, guid) ? 1 : 0;
-  out.Printf("  vendor GUID of record 999: %d, output %s\n", answer,
-             IsNullGUID(guid) ? "cleared" : "left as it was");
+  l.Add({"vendor GUID of record 999",
+         std::to_string(answer) + ", output " + (IsNullGUID(guid) ? "cleared" : "left as it was")});
+  return l;
 }
 
-std::string AccountLine(const char* label, bool found, const FixedString<16>& id) {
-  std::string text = std::string("  ") + label + ": ";
-  if (!found || id.IsEmpty()) return text + "(none)";
+void AddAccount(Listing& l, const char* label, bool found, const FixedString<16>& id) {
+  if (!found || id.IsEmpty()) {
+    l.Add({label, "(none)", ""});
+    return;
+  }
   FixedString<161> description{};
   SetAcntDesc(id, description);
-  return text + id.c_str() + "  " + description.c_str();
+  l.Add({label, id.c_str(), description.c_str()});
 }
 
 // Fails out when a setting names an account record that the chart does not hold: the
@@ -172,32 +181,29 @@ bool CheckSettingAccounts(Outcome& out) {
 
 }  // namespace
 
-void PrintCards(Outcome& out) {
-  PrintCustomers(out);
-  out.Printf("\n");
-  PrintVendors(out);
-  out.Printf("\n");
-  PrintEmployees(out);
-  out.Printf("\n");
-  PrintMissingLookups(out);
+void CardsView(std::vector<Listing>* listings, Outcome& out) {
+  listings->push_back(Customers(out));
+  listings->push_back(Vendors(out));
+  listings->push_back(Employees(out));
+  listings->push_back(MissingLookups());
 }
 
-void PrintAccounts(Outcome& out) {
-  out.Printf("Chart of accounts\n  %-6s %-31s %s\n", "ID", "Description", "Type");
-  int count = 0;
-  Walk<AccountType>(OpenChartFile, "chart of accounts", out, [&out, &count](AccountType& a) {
+void AccountsView(std::vector<Listing>* listings, Outcome& out) {
+  Listing chart("Chart of accounts", {{"ID"}, {"Description"}, {"Type"}});
+  Walk<AccountType>(OpenChartFile, "chart of accounts", out, [&chart](AccountType& a) {
     char row[128];
     MakeAcntString(&a, FixedStringParamRef(row, sizeof row));
     // The list row is ID, tab, description, tab, type name.
     std::string text = row;
     size_t first = text.find('\t');
     size_t second = text.find('\t', first + 1);
-    out.Printf("  %-6s %-31s %s\n", text.substr(0, first).c_str(),
-               text.substr(first + 1, second - first - 1).c_str(), text.substr(second + 1).c_str());
-    ++count;
+    chart.Add({text.substr(0, first), text.substr(first + 1, second - first - 1),
+               text.substr(second + 1)});
   });
-  out.Printf("  (%d accounts)\n\nSpecial accounts\n", count);
-  if (!CheckSettingAccounts(out)) return;
+  chart.SetFooter("(" + std::to_string(chart.rows().size()) + " accounts)");
+  listings->push_back(std::move(chart));
+  if (out.failed() || !CheckSettingAccounts(out)) return;
+  Listing special("Special accounts", {{"Setting"}, {"Account"}, {"Description"}});
   FixedString<16> id{};
   struct {
     const char* label;
@@ -208,51 +214,49 @@ void PrintAccounts(Outcome& out) {
                        {"Default cash, general ledger", MOD_GL}};
   for (const auto& m : modules) {
     bool found = GetDefaultCashAcnt(m.module, id);
-    out.Printf("%s\n", AccountLine(m.label, found, id).c_str());
+    AddAccount(special, m.label, found, id);
   }
-  bool found = GetARAcnt(id) != 0;
-  out.Printf("%s\n", AccountLine("Receivables control", found, id).c_str());
-  found = GetAPAcnt(id) != 0;
-  out.Printf("%s\n", AccountLine("Payables control", found, id).c_str());
-  found = GetFirstAPARAcnt(id, 0);
-  out.Printf("%s\n", AccountLine("First receivable account", found, id).c_str());
-  found = GetFirstAPARAcnt(id, 1);
-  out.Printf("%s\n", AccountLine("First payable account", found, id).c_str());
-  found = GetRetEarnAcntID(id);
-  out.Printf("%s\n", AccountLine("Retained earnings", found, id).c_str());
+  AddAccount(special, "Receivables control", GetARAcnt(id) != 0, id);
+  AddAccount(special, "Payables control", GetAPAcnt(id) != 0, id);
+  AddAccount(special, "First receivable account", GetFirstAPARAcnt(id, 0), id);
+  AddAccount(special, "First payable account", GetFirstAPARAcnt(id, 1), id);
+  AddAccount(special, "Retained earnings", GetRetEarnAcntID(id), id);
   int cash = GetCountCashAcnt(id);
   if (cash < 0) {
     out.Fail("the chart of accounts cannot be opened", GetErrorCode(nullptr));
-  } else if (cash == 0) {
-    out.Printf("  Cash accounts: none\n");
-  } else {
-    out.Printf("  Cash accounts: %s (last in ID order: %s)\n", cash >= 2 ? "two or more" : "one",
-               id.c_str());
+    return;
   }
+  if (cash == 0) {
+    special.SetFooter("Cash accounts: none");
+  } else {
+    special.SetFooter(std::string("Cash accounts: ") + (cash >= 2 ? "two or more" : "one") +
+                      " (last in ID order: " + id.c_str() + ")");
+  }
+  listings->push_back(std::move(special));
 }
 
-void PrintPeriods(Outcome& out) {
+void PeriodsView(std::vector<Listing>* listings, Outcome& out) {
   GeneralDataType* gl = nullptr;
   if (!GetGeneralDataPtr(GeneralFile(), &gl, MOD_GL, kGenReadForReading, false)) {
     out.Fail("the general file cannot be read", GetErrorCode(GeneralFile()));
     return;
   }
   const unsigned short n = gl->GL.PeriodsPerYear;
-  out.Printf("Period calendar: %u periods per year, first open fiscal year %u\n", n,
-             gl->GL.FiscalYear);
-  out.Printf("  %8s %5s  %-12s  %-12s\n", "Internal", "User", "From", "To");
+  Listing calendar("Period calendar",
+                   {{"Internal", true}, {"User", true}, {"From"}, {"To"}, {"Year"}, {"Current"}});
   const char* blocks[] = {"history year", "first open year", "second open year"};
   for (unsigned short p = 0; p < 42; ++p) {
     const FromTo& range = gl->GL.Calendar[p];
     if (AbsDate(range.from) == 0 && AbsDate(range.to) == 0) continue;
     unsigned short user = UserPeriod(p, n);
-    std::string user_text = user != 0 ? std::to_string(user) : "-";
-    out.Printf("  %8u %5s  %-12s  %-12s  %s%s\n", p, user_text.c_str(),
-               DateText(range.from).c_str(), DateText(range.to).c_str(), blocks[p / 14],
-               p == Current.CurrentPeriod ? "  <- current" : "");
+    calendar.Add({std::to_string(p), user != 0 ? std::to_string(user) : "-", DateText(range.from),
+                  DateText(range.to), blocks[p / 14],
+                  p == Current.CurrentPeriod ? "<- current" : ""});
   }
-  out.Printf("  Today (%s) lies in internal period %u\n\n", DateText(TodaysDate).c_str(),
-             WhichGLperiod(TodaysDate));
+  calendar.SetFooter(std::to_string(n) + " periods per year, first open fiscal year " +
+                     std::to_string(gl->GL.FiscalYear) + "; today (" + DateText(TodaysDate) +
+                     ") lies in internal period " + std::to_string(WhichGLperiod(TodaysDate)));
+  listings->push_back(std::move(calendar));
 
   struct {
     int16_t code;
@@ -269,13 +273,13 @@ void PrintPeriods(Outcome& out) {
                      {13, "Current period's year"},
                      {18, "First open year to date"},
                      {19, "This month"}};
-  out.Printf("Date ranges\n  %4s  %-26s  %-12s  %-12s\n", "Code", "Range", "From", "To");
+  Listing ranges("Date ranges", {{"Code", true}, {"Range"}, {"From"}, {"To"}});
   for (const auto& c : codes) {
     FromTo range{};
     SetDateRange(c.code, &range);
-    out.Printf("  %4d  %-26s  %-12s  %-12s\n", c.code, c.name, DateText(range.from).c_str(),
-               DateText(range.to).c_str());
+    ranges.Add({std::to_string(c.code), c.name, DateText(range.from), DateText(range.to)});
   }
+  listings->push_back(std::move(ranges));
 }
 
 }  // namespace host
