@@ -324,10 +324,12 @@ TEST_F(JobsTest, EstimateDeletionLeavesAllOrNone) {
     plan->Disarm();
     const std::vector<int32_t> left = EstimateProjects(est);
     if (!failed) {
+      EXPECT_GT(n, 3);  // each of the three deletes, at least, was made to fail
       EXPECT_EQ(left, (std::vector<int32_t>{1, 3}));
       break;
     }
-    ASSERT_EQ(left, (std::vector<int32_t>{1, 2, 2, 2, 3}));
+    EXPECT_EQ(left, (std::vector<int32_t>{1, 2, 2, 2, 3}));
+    if (left.size() != estimates.size()) break;
   }
   RealCloseFile(&est, __FILE__, __LINE__);
 }
