@@ -21,6 +21,7 @@
 #include "JOBEST.h"
 #include "JOURNAL.h"
 #include "KestrelInterface.h"
+#include "LineItemDcl.h"
 #include "OpenDat.h"
 #include "PHASE.h"
 #include "PROJECT.h"
