@@ -1,8 +1,9 @@
 // Journal model: journal types, the two transaction keys, the open header/row file pair
-// that every journal store and posting function takes, and the on-disk layouts of the
-// journal header file (JrnlHdrType) and row file (JrnlRowType). The in-memory transaction
-// (JournalRecord) and the key and name functions join this unit with the journal engine.
-// Layouts only: no state, safe from any thread.
+// that every journal store and posting function takes, the on-disk layouts of the journal
+// header file (JrnlHdrType) and row file (JrnlRowType), the in-memory transaction
+// (JournalRecord) and the key and name functions. Builds on the utility library and the
+// period functions of General. No state of its own: safe from any thread, except that key
+// strings read the company's period settings and item names the item file.
 #ifndef BASICS_JOURNAL_H_
 #define BASICS_JOURNAL_H_
 
@@ -140,7 +141,7 @@ struct JrnlHdrType {
 //       39    21  cost code ID text
 //       60     4  applied-invoice link: post order number of the invoice paid, u32 (key 5)
 //       64     1  1 when the invoice reference is formatted from the link number
-//       65     1  (carried unchanged)
+//       65     1  distribution lines: 1 when the line applies to an invoice
 //       66     4  journal type as stored, s32 (12 for the second sales journal)
 //       70     4  transaction date
 //       74     1  flag: 0 on the order rows that the item-quantity scan counts
@@ -163,7 +164,7 @@ struct JrnlHdrType {
 //      318    16  row GUID (key 4)
 //      334     1  flag
 //      335     9  short code text (payroll field code)
-//      344     2  16-bit value
+//      344     2  16-bit value: payroll field index, or job-entry index on a job row
 //      346     2  (carried unchanged)
 //      348    21  applied-invoice reference text
 //      369     4  date cleared; 0 when not cleared
@@ -287,5 +288,369 @@ enum JrnlRowKind : int32_t {
   kRowItemAccount1 = 9,   // the two item-account rows of an inventory adjustment or
   kRowItemAccount2 = 10,  // assembly (line number 0)
 };
+
+// --- Journal-specific header areas ---------------------------------------------------------
+// Offsets 130-173, 178-2905 and 2910-5944 of JrnlHdrType belong to the journal. Each kind
+// lays out the three areas with the structs below; the in-memory record keeps the same
+// three structs whole, so every byte of them (named or spare) survives a save and a load.
+constexpr size_t kHdrArea130Size = 44;
+constexpr size_t kHdrArea178Size = 2728;
+constexpr size_t kHdrArea2910Size = 3035;
+
+#pragma pack(push, 1)
+
+// Areas no journal names a field in (general journal, payroll's first and third area,
+// inventory journals): carried as they are.
+struct JrnlHdrRaw130 {
+  uint8_t Bytes[kHdrArea130Size];
+};
+struct JrnlHdrRaw178 {
+  uint8_t Bytes[kHdrArea178Size];
+};
+struct JrnlHdrRaw2910 {
+  uint8_t Bytes[kHdrArea2910Size];
+};
+
+// Receipts and disbursements, area 178 (header offsets).
+//   offset  size  field
+//      178   154  first cash block
+//      332    21  cash text, 20 characters at most
+//      353     1  (spare)
+//      354     2  second-card flag, u16: the transaction also names a vendor (receipt) or
+//                 a customer (disbursement)
+//      356     4  second card record number, s32
+//      360   154  second cash block (receipts only)
+//      514    88  further cash fields, carried
+//      602    21  receipt number (receipts; key 14)
+//      623  2283  (spare)
+struct JrnlCashHdr178 {
+  uint8_t Block1[154];
+  FixedString<21> Text;
+  uint8_t Spare353;
+  uint16_t SecondCardFlag;
+  int32_t SecondCard;
+  uint8_t Block2[154];
+  uint8_t Further[88];
+  FixedString<21> ReceiptNumber;
+  uint8_t Spare623[2283];
+};
+
+// Sales, purchases and orders (3, 4, 10, 11), area 130: the dates and flags that posting
+// and the transaction alarms read (header offsets).
+//   offset  size  field
+//      130     4  paid-in-full date (0x7FFFFFFF: never, a balance remains)
+//      134     8  amount paid, double
+//      142     4  due date
+//      146     4  payment date (of the last payment)
+//      150     4  third date (sales orders: the date their event falls on)
+//      154     4  fourth date (purchase orders)
+//      158     1  done flag
+//      159     1  subtype (sales: 0 invoice, 2 and others as the host uses them)
+//      160     1  no-event flag: no due-date events for this transaction
+//      161     1  second-event flag
+//      162     1  journal-12 flag (sales are also stored as journal 12; a purchase keeps it
+//                 here only: it is exempt from the reference checks)
+//      163    11  (spare)
+struct JrnlSalesHdr130 {
+  DatesType PaidInFullDate;
+  double AmountPaid;
+  DatesType DueDate;
+  DatesType PaymentDate;
+  DatesType ThirdDate;
+  DatesType FourthDate;
+  uint8_t Done;
+  uint8_t Subtype;
+  uint8_t NoEvent;
+  uint8_t SecondEvent;
+  uint8_t Journal12;
+  uint8_t Spare163[11];
+};
+
+// Sales, purchases and orders, area 178 (header offsets).
+//   offset  size  field
+//      178    21  header text, 20 characters at most
+//      199   161  header long description, 160 characters at most
+//      360    21  first 20-character text ("Receipt"/"Payment" on shadows)
+//      381     4  second date (shadows: the source's date)
+//      385    40  40-character text
+//      425   244  (spare)
+//      669    21  second 20-character text ("Receipt"/"Payment" on shadows)
+//      690  2001  first 2000-character text
+//     2691   215  (spare)
+struct JrnlSalesHdr178 {
+  FixedString<21> Text21;
+  FixedString<161> Text161;
+  FixedString<21> TextA;
+  DatesType SecondDate;
+  FixedString<40> Text40;
+  uint8_t Spare425[244];
+  FixedString<21> TextB;
+  FixedString<2001> LongText1;
+  uint8_t Spare2691[215];
+};
+
+// Sales, purchases and orders, area 2910.
+//   offset  size  field
+//     2910  2001  second 2000-character text
+//     4911  1034  (spare)
+struct JrnlSalesHdr2910 {
+  FixedString<2001> LongText2;
+  uint8_t Spare4911[1034];
+};
+
+// Payroll, area 178.
+//   offset  size  field
+//      178   160  payroll field table
+//      338   280  payroll area
+//      618  2288  (spare)
+struct JrnlPayrollHdr178 {
+  uint8_t FieldTable[160];
+  uint8_t Area[280];
+  uint8_t Spare618[2288];
+};
+
+#pragma pack(pop)
+
+static_assert(sizeof(JrnlHdrRaw130) == 44 && sizeof(JrnlHdrRaw178) == 2728 &&
+                  sizeof(JrnlHdrRaw2910) == 3035,
+              "raw areas");
+static_assert(sizeof(JrnlCashHdr178) == kHdrArea178Size, "cash area 178");
+static_assert(178 + offsetof(JrnlCashHdr178, SecondCardFlag) == kHdrSecondCardFlagOffset &&
+                  178 + offsetof(JrnlCashHdr178, SecondCard) == kHdrSecondCardOffset &&
+                  178 + offsetof(JrnlCashHdr178, ReceiptNumber) == kHdrReceiptNumberOffset &&
+                  178 + offsetof(JrnlCashHdr178, Block2) == 360 &&
+                  178 + offsetof(JrnlCashHdr178, Further) == 514,
+              "cash fields at 354, 356, 360, 514 and 602");
+static_assert(sizeof(JrnlSalesHdr130) == kHdrArea130Size, "sales area 130");
+static_assert(130 + offsetof(JrnlSalesHdr130, AmountPaid) == 134 &&
+                  130 + offsetof(JrnlSalesHdr130, DueDate) == 142 &&
+                  130 + offsetof(JrnlSalesHdr130, PaymentDate) == 146 &&
+                  130 + offsetof(JrnlSalesHdr130, ThirdDate) == 150 &&
+                  130 + offsetof(JrnlSalesHdr130, FourthDate) == 154 &&
+                  130 + offsetof(JrnlSalesHdr130, Done) == 158 &&
+                  130 + offsetof(JrnlSalesHdr130, Subtype) == 159 &&
+                  130 + offsetof(JrnlSalesHdr130, NoEvent) == 160 &&
+                  130 + offsetof(JrnlSalesHdr130, SecondEvent) == 161 &&
+                  130 + offsetof(JrnlSalesHdr130, Journal12) == 162,
+              "sales dates and flags at 130 to 162");
+static_assert(sizeof(JrnlSalesHdr178) == kHdrArea178Size, "sales area 178");
+static_assert(178 + offsetof(JrnlSalesHdr178, Text161) == 199 &&
+                  178 + offsetof(JrnlSalesHdr178, TextA) == 360 &&
+                  178 + offsetof(JrnlSalesHdr178, SecondDate) == 381 &&
+                  178 + offsetof(JrnlSalesHdr178, Text40) == 385 &&
+                  178 + offsetof(JrnlSalesHdr178, TextB) == 669 &&
+                  178 + offsetof(JrnlSalesHdr178, LongText1) == 690,
+              "sales texts at 178, 199, 360, 385, 669 and 690, second date at 381");
+static_assert(sizeof(JrnlSalesHdr2910) == kHdrArea2910Size, "sales area 2910");
+static_assert(sizeof(JrnlPayrollHdr178) == kHdrArea178Size &&
+                  178 + offsetof(JrnlPayrollHdr178, Area) == 338,
+              "payroll area 178");
+
+// --- The in-memory transaction ---------------------------------------------------------------
+// Line capacities: receipts and disbursements 560 lines (a receipt holds at most 560); the
+// general journal, sales and purchases, orders and the inventory journals (6 to 9) 560
+// lines too; payroll 60 fields and 100 job-distribution entries.
+constexpr int kMaxCashLines = 560;
+constexpr int kMaxJrnlLines = 560;
+constexpr int kMaxPayrollFields = 60;
+constexpr int kMaxPayrollJobs = 100;
+
+#pragma pack(push, 1)
+
+// A counter-account slot of a line, filled from a row of kind 1 (slot 0) or 2 (slot 1).
+// A slot is written when its account or amount or cleared date is set.
+struct JrnlCounterSlot {
+  int32_t Account;
+  DatesType DateCleared;
+  GUID Guid;
+  double Amount;
+};
+
+// One distribution line (every journal but payroll). Written as one kind-0 row with line
+// number i + 1, then a kind-1 and a kind-2 row for the used counter slots, then a kind-4
+// row (account: the header's) when the second amount is not zero.
+struct JrnlDistLine {
+  int32_t Account;
+  double Amount;
+  double SecondAmount;         // receipts, disbursements: the kind-4 row's amount
+  uint8_t Applied;             // applies to an invoice (row offset 65)
+  FixedString<21> InvoiceRef;  // applied-invoice reference, 20 characters
+  uint32_t AppliedLink;        // post order number of the invoice paid
+  uint8_t LinkFormatted;       // the reference is the link number written in decimal
+  int32_t Item;                // item record number, 0 when none
+  double Quantity;
+  double UnitPrice;
+  double OrderQuantity1;  // orders: first and second quantity
+  double OrderQuantity2;
+  int32_t Job;    // project record number
+  int32_t Phase;  // phase record number (the row keeps the ID)
+  int32_t Cost;   // cost code record number (the row keeps the ID)
+  FixedString<161> Description;
+  uint8_t Flag;       // row offset 334; on an item line: do not name the item
+  uint8_t OrderFlag;  // row offset 74
+  DatesType DateCleared;
+  GUID Guid;        // of the kind-0 row
+  GUID SecondGuid;  // of the kind-4 row
+  JrnlCounterSlot Counter[2];
+};
+
+// A payroll field: one kind-5 row with line number field + 1 carrying the field index and
+// code, and a kind-2 row for the second amount when it is not zero.
+struct JrnlPayrollField {
+  int32_t Account;
+  int16_t FieldIndex;  // never negative (a negative stored index loads as 0)
+  FixedString<9> Code;
+  double Amount;
+  double SecondAmount;
+  DatesType DateCleared;
+  GUID Guid;
+  GUID SecondGuid;
+};
+
+// A payroll job-distribution entry: a kind-5 row with a job, line number field + 1, the
+// entry's index at row offset 344.
+struct JrnlPayrollJob {
+  int32_t Job;
+  int32_t Phase;
+  int32_t Cost;
+  int16_t Field;
+  double Amount;
+  DatesType DateCleared;
+  GUID Guid;
+};
+
+// Journal-specific members of JournalRecord. Each keeps its journal's three header areas.
+struct JrnlGenMember {  // 0
+  JrnlHdrRaw130 Area130;
+  JrnlHdrRaw178 Area178;
+  JrnlHdrRaw2910 Area2910;
+  JrnlDistLine Lines[kMaxJrnlLines];
+};
+struct JrnlCashMember {  // 1, 2
+  JrnlHdrRaw130 Area130;
+  JrnlCashHdr178 Area178;
+  JrnlHdrRaw2910 Area2910;
+  double AppliedTotal;  // sum of the applied lines' amounts, made when loaded
+  JrnlDistLine Lines[kMaxCashLines];
+};
+struct JrnlSalesMember {  // 3, 4
+  JrnlSalesHdr130 Area130;
+  JrnlSalesHdr178 Area178;
+  JrnlSalesHdr2910 Area2910;  // Area130.Journal12 is the journal-12 flag
+  JrnlDistLine Lines[kMaxJrnlLines];
+};
+struct JrnlOrderMember {  // 10, 11
+  JrnlSalesHdr130 Area130;
+  JrnlSalesHdr178 Area178;
+  JrnlSalesHdr2910 Area2910;
+  double OrderValue;  // the main row's first order quantity
+  JrnlDistLine Lines[kMaxJrnlLines];
+};
+struct JrnlPayrollMember {  // 5
+  JrnlHdrRaw130 Area130;
+  JrnlPayrollHdr178 Area178;
+  JrnlHdrRaw2910 Area2910;
+  int16_t JobCount;
+  JrnlPayrollField Fields[kMaxPayrollFields];  // LineCount of them
+  JrnlPayrollJob Jobs[kMaxPayrollJobs];        // JobCount of them
+};
+struct JrnlInvMember {  // 6, 7, 8, 9
+  JrnlHdrRaw130 Area130;
+  JrnlHdrRaw178 Area178;
+  JrnlHdrRaw2910 Area2910;
+  double Quantity;  // 7 and 8: the main row's quantity
+  JrnlDistLine Lines[kMaxJrnlLines];
+};
+
+// JournalRecord: one whole transaction in memory, one fixed block without pointers,
+// allocated by AllocateJournalRecord and freed by DeAllocateJournalRecord only. The common
+// part comes first; the union holds the journal's own fields; two GUIDs close it.
+struct JournalRecord {
+  JournalKey1Type Key1;
+  JournalKey2Type Key2;
+  int32_t HdrAccount;  // account of the main row
+  uint32_t PostOrder;
+  FixedString<31> Description;
+  double Amount;  // the main row's amount
+  FixedString<21> Reference;
+  uint8_t LedgerFlag;
+  uint8_t SecondFlag;
+  uint8_t ThirdFlag;
+  uint8_t BegBalFlag;
+  DatesType DateCleared;  // the main row's
+  FixedString<9> ShortCode;
+  int32_t Key8RecordNumber;
+  int16_t Key8Value;
+  FixedString<21> EmployeeID;  // header offset 122 keeps the record number
+  uint8_t Flag126;
+  uint8_t Flag127;
+  int32_t Value2906;
+  int16_t LineCount;  // distribution lines; payroll: fields
+  GUID Guid;          // the transaction's
+  int32_t Value5945;
+  uint8_t Flag5949;
+  GUID MainRowGuid;
+  uint8_t GenJrnlFlag;  // header offset 129, general journal only
+  union {
+    JrnlGenMember Gen;
+    JrnlCashMember Cash;
+    JrnlSalesMember Sales;
+    JrnlOrderMember Order;
+    JrnlPayrollMember Payroll;
+    JrnlInvMember Inv;
+  } J;
+  GUID ExtraGuid1;  // the kind-9 item-account row (inventory adjustments, assemblies)
+  GUID ExtraGuid2;  // the kind-10 row
+};
+
+#pragma pack(pop)
+
+static_assert(sizeof(JrnlDistLine) == 358, "a distribution line is 358 bytes");
+static_assert(offsetof(JournalRecord, Key2) == 10 && offsetof(JournalRecord, HdrAccount) == 19,
+              "record keys first");
+
+// The distribution lines of the record's journal (null for payroll), and how many it holds.
+JrnlDistLine* JournalLines(JournalRecord* record);
+const JrnlDistLine* JournalLines(const JournalRecord* record);
+int JournalLineCapacity(int16_t journal);
+
+// --- Allocation, keys and names ---------------------------------------------------------------
+
+// *record := a new record, all zero; answers 1 when it was allocated, 0 with *record null
+// when memory ran out (or record is null). The caller frees it with DeAllocateJournalRecord.
+unsigned char AllocateJournalRecord(JournalRecord** record);
+// Frees *record (null is allowed) and sets it to null; answers 1 (0 for a null record).
+unsigned char DeAllocateJournalRecord(JournalRecord** record);
+
+// The printable form of a transaction key: a blank and the user's period ("p" and the
+// internal period when it lies outside the open years), "-", the number in 9 digits, e.g.
+// " 03-000000123". Reads the period settings of Current. out is the caller's.
+void MakeKeyString(const JournalKey1Type* key, FixedString<16>& out);
+// Fills journal, period and number of key from typed text; the period comes from key2's
+// date when the text holds a number only. Flag bytes are left as they were.
+void MakeJournalKey(int16_t journal, const char* text, JournalKey1Type* key,
+                    const JournalKey2Type* key2);
+// The shadow key of a receipt (kept in sales, 3) or disbursement (purchases, 4), shadow byte 1; 0
+// with out unchanged when the key is a shadow already or of another journal.
+unsigned char MakeShadowOfJournalKey(JournalKey1Type* out, const JournalKey1Type* in);
+// The partner key: sales to receipts, purchases to disbursements, a general journal entry
+// to the same number in the next period; partner flag set. 0 with out unchanged when out's
+// partner flag is set on entry, the journal has no partner, or the period is 41 or later.
+unsigned char MakePartnerOfJournalKey(JournalKey1Type* out, const JournalKey1Type* in);
+
+// Journal names. size counts characters: the buffer holds size + 1 bytes. The text is
+// copied only when it fits (size at least its length); out is left untouched otherwise.
+// The long name (messages 310 to 323; sales with variant 2 and purchases with variant 3
+// take the invoicing names 322 and 323); "<unused journal>" for journals without one.
+void GetJournalNameEx(int16_t journal, int16_t variant, uint16_t size, char* out);
+void GetJournalName(int16_t journal, uint16_t size, char* out);
+// The short name; journal 6 reads "COGS" in a buffer of fewer than 8 characters.
+void GetJournalNameShort(int16_t journal, uint16_t size, char* out);
+// The journal code ("GENJ", "CRJ", ...; "????" for other numbers); a constant, never freed.
+const char* GetJrnlName(int16_t journal);
+// The text describing distribution line `line` (0-based): the transaction description,
+// then the invoice or item and the line description. Written into out (size bytes with
+// the terminator, cut to fit); empty for a line outside the record.
+void GetDistribDescription(const JournalRecord* record, int16_t line, uint16_t size, char* out);
 
 #endif  // BASICS_JOURNAL_H_

@@ -1,0 +1,127 @@
+// The journal store's own look-up handles and what runs on them: the invoice finder, the
+// row-posted test, and the item, phase and cost-code reads that rows need (record number
+// to ID and back) on handles of the module's own.
+#include <cstring>
+
+#include "COST.h"
+#include "OpenDat.h"
+#include "OpenDat_internal.h"
+#include "PHASE.h"
+#include "journldb.h"
+#include "journldb_internal.h"
+#include "utility.h"
+
+namespace {
+
+constexpr const char* kUnit = "Basics/journldb";
+
+BtrvFile* g_hdr = nullptr;
+BtrvFile* g_row = nullptr;
+BtrvFile* g_item = nullptr;
+
+// The item file keeps the ID at 0 and the record number at 68 (key 2).
+constexpr uint32_t kItemRecordLength = 6267;
+constexpr size_t kItemNumberOffset = 68;
+constexpr int16_t kItemNumberKey = 2;
+
+}  // namespace
+
+BtrvFile* JrnlLookupHdrFile() {
+  return EnsureLookupHandle(&g_hdr, OpenJrnlHdrFile) ? g_hdr : nullptr;
+}
+
+BtrvFile* JrnlLookupRowFile() {
+  return EnsureLookupHandle(&g_row, OpenJrnlRowFile) ? g_row : nullptr;
+}
+
+bool JrnlItemID(int32_t item, FixedString<21>& id) {
+  id.Clear();
+  if (item == 0 || !EnsureLookupHandle(&g_item, OpenLineItemFile)) return false;
+  static uint8_t record[kItemRecordLength];
+  std::memset(record, 0, sizeof record);
+  std::memcpy(record + kItemNumberOffset, &item, sizeof item);
+  if (!GetFileEqual(g_item, kLockBiasNone, sizeof record, record, kItemNumberKey)) return false;
+  Assign(id, reinterpret_cast<const char*>(record));
+  return true;
+}
+
+bool JrnlItemAccounts(int32_t, int32_t*, int32_t*, int32_t*) {
+  // The item record's account fields are not laid out yet: no item-account rows.
+  return false;
+}
+
+// Phases and cost codes through their own units' lookups.
+int32_t JrnlPhaseNumber(const char* id) {
+  FixedString<21> key;
+  Assign(key, id);
+  return key.IsEmpty() ? 0 : GetPhaseNumFromID(key);
+}
+void JrnlPhaseID(int32_t number, char* id21) {
+  std::memset(id21, 0, 21);
+  if (number == 0) return;
+  FixedString<21> id;
+  if (GetPhaseIDFromNum(number, id)) std::memcpy(id21, id.s, 21);
+}
+int32_t JrnlCostNumber(const char* id) {
+  FixedString<21> key;
+  Assign(key, id);
+  return key.IsEmpty() ? 0 : GetCostNumFromID(key);
+}
+void JrnlCostID(int32_t number, char* id21) {
+  std::memset(id21, 0, 21);
+  if (number == 0) return;
+  FixedString<21> id;
+  if (GetCostIDFromNum(number, id)) std::memcpy(id21, id.s, 21);
+}
+
+void CloseJrnlMasterLookups() { CloseIfOpen(&g_item, kUnit, __LINE__); }
+
+uint32_t GetInvoicePostOrderNumber(const char* reference, int selector, int32_t card, int variant) {
+  if (reference == nullptr || reference[0] == '\0') return 0;
+  int16_t journal;
+  switch (selector) {
+    case 1:
+      journal = SJ;
+      break;
+    case 2:
+      journal = PJ;
+      break;
+    case 3:
+      journal = variant == 2 ? SJ : SOJ;
+      break;
+    case 4:
+      journal = variant == 3 ? PJ : POJ;
+      break;
+    default:
+      return 0;
+  }
+  BtrvFile* file = JrnlLookupHdrFile();
+  if (file == nullptr) return 0;
+  JrnlHdrType hdr;
+  std::memset(&hdr, 0, sizeof hdr);
+  sstrcpy(hdr.Reference, reference, sizeof hdr.Reference);
+  uint8_t ok = GetFileEqual(file, kLockBiasNone, sizeof hdr, &hdr, 2);
+  while (ok && std::strncmp(hdr.Reference, reference, sizeof hdr.Reference) == 0) {
+    if (hdr.Key1.JournalType == journal && hdr.Key2.Card == card) return hdr.PostOrder;
+    ok = GetFileNext(file, kLockBiasNone, sizeof hdr, &hdr, 2);
+  }
+  return 0;
+}
+
+int IsThisRowPosted(const JrnlRowType* row) {
+  if (row == nullptr) return 0;
+  if (row->Kind == kRowInventoryCost1 || row->Kind == kRowInventoryCost2) return 1;
+  BtrvFile* file = JrnlLookupHdrFile();
+  if (file == nullptr) return 0;
+  JrnlHdrType hdr;
+  std::memset(&hdr, 0, sizeof hdr);
+  hdr.PostOrder = row->PostOrder;
+  if (!GetFileEqual(file, kLockBiasNone, sizeof hdr, &hdr, 5)) return 0;
+  return hdr.LedgerFlag;
+}
+
+void CloseInternalJrnlFiles() {
+  CloseIfOpen(&g_hdr, kUnit, __LINE__);
+  CloseIfOpen(&g_row, kUnit, __LINE__);
+  CloseJrnlMasterLookups();
+}
