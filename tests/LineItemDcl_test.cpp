@@ -253,10 +253,16 @@ TEST_F(LineItemTest, QuantityOnOrderCountsPostedOrderRowsUpToTheDate) {
 
 TEST_F(LineItemTest, AvailableQuantityCountsTheSecondOnlyWhenTheCompanySaysSo) {
   EXPECT_DOUBLE_EQ(GetQtyAvailable(3, 5, 20), 17);
-  GeneralDataType* inv = nullptr;
-  ASSERT_EQ(GetGeneralDataPtr(nullptr, &inv, MOD_INV, kGenReadForUpdate, false), 1);
-  inv->INV.Option1057 = 1;
-  ASSERT_EQ(WrtGeneralDataPtr(nullptr, inv, 1, 0), 1);
+  // Switched on behind the settings cache's back (as by another workstation): seen at once.
+  BtrvFile* general = nullptr;
+  ASSERT_NE(RealOpenBFileOwner(&general, GeneralFileName, kOpenModeNormal, 1, csTheOwner, "t", 1),
+            0);
+  GeneralDataType inv{};
+  inv.Kind = MOD_INV;
+  ASSERT_NE(GetFileEqual(general, kLockBiasSingleNoWait, sizeof inv, &inv, 0), 0);
+  inv.INV.Option1057 = 1;
+  EXPECT_NE(UpdateFile(general, sizeof inv, &inv, 0), 0);
+  RealCloseFile(&general, "t", 1);
   EXPECT_DOUBLE_EQ(GetQtyAvailable(3, 5, 20), 22);
 }
 
@@ -416,6 +422,23 @@ TEST_F(LineItemTest, SubItemWritesLandWholeOrNotAtAll) {
     return count;
   };
   EXPECT_GE(every_n([&] { return UpdateSubStockAttributes(items_, &shirt, nullptr); }, renamed), 6);
+  const LineItemRecord old_image = shirt;
+  shirt.Description = "Oxford";
+  Save(&shirt);
+  auto carried = [&] {
+    int count = 0;
+    for (const std::string& id : SubItemIDs(shirt.RecordNumber))
+      count += std::string(Stored(id.c_str()).Description.s) == "Oxford";
+    return count;
+  };
+  EXPECT_GE(every_n(
+                [&] {
+                  LineItemRecord old_copy = old_image;
+                  return UpdateSubItems(items_, &old_copy, &shirt, nullptr, 0, false, nullptr,
+                                        false, nullptr);
+                },
+                carried),
+            6);
   UnlockOneRecord(items_);
 
   auto gone = [&] { return 6 - sub_items(); };
