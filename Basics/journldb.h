@@ -64,8 +64,7 @@ uint32_t GetInvoicePostOrderNumber(const char* reference, int selector, int32_t 
 // when their header's ledger flag is set; 0 when the header or the file is missing.
 int IsThisRowPosted(const JrnlRowType* row);
 
-// Closes the module's own header and row handles (and its item, phase and cost handles),
-// each only when open.
+// Closes the module's own header and row handles, each only when open.
 void CloseInternalJrnlFiles();
 
 // Create an empty header (row) file under the company's standard name; 0 after message

@@ -1,9 +1,10 @@
 // The journal store's own look-up handles and what runs on them: the invoice finder, the
-// row-posted test, and the item, phase and cost-code reads that rows need (record number
-// to ID and back) on handles of the module's own.
+// row-posted test, and the item, phase and cost-code conversions that rows need (through
+// those units' own lookups).
 #include <cstring>
 
 #include "COST.h"
+#include "LineItemDcl.h"
 #include "OpenDat.h"
 #include "OpenDat_internal.h"
 #include "PHASE.h"
@@ -17,12 +18,6 @@ constexpr const char* kUnit = "Basics/journldb";
 
 BtrvFile* g_hdr = nullptr;
 BtrvFile* g_row = nullptr;
-BtrvFile* g_item = nullptr;
-
-// The item file keeps the ID at 0 and the record number at 68 (key 2).
-constexpr uint32_t kItemRecordLength = 6267;
-constexpr size_t kItemNumberOffset = 68;
-constexpr int16_t kItemNumberKey = 2;
 
 }  // namespace
 
@@ -36,13 +31,7 @@ BtrvFile* JrnlLookupRowFile() {
 
 bool JrnlItemID(int32_t item, FixedString<21>& id) {
   id.Clear();
-  if (item == 0 || !EnsureLookupHandle(&g_item, OpenLineItemFile)) return false;
-  static uint8_t record[kItemRecordLength];
-  std::memset(record, 0, sizeof record);
-  std::memcpy(record + kItemNumberOffset, &item, sizeof item);
-  if (!GetFileEqual(g_item, kLockBiasNone, sizeof record, record, kItemNumberKey)) return false;
-  Assign(id, reinterpret_cast<const char*>(record));
-  return true;
+  return item != 0 && GetLineItemIDFromRecordNumber(item, id);
 }
 
 bool JrnlItemAccounts(int32_t, int32_t*, int32_t*, int32_t*) {
@@ -73,8 +62,6 @@ void JrnlCostID(int32_t number, char* id21) {
   FixedString<21> id;
   if (GetCostIDFromNum(number, id)) std::memcpy(id21, id.s, 21);
 }
-
-void CloseJrnlMasterLookups() { CloseIfOpen(&g_item, kUnit, __LINE__); }
 
 uint32_t GetInvoicePostOrderNumber(const char* reference, int selector, int32_t card, int variant) {
   if (reference == nullptr || reference[0] == '\0') return 0;
@@ -123,5 +110,4 @@ int IsThisRowPosted(const JrnlRowType* row) {
 void CloseInternalJrnlFiles() {
   CloseIfOpen(&g_hdr, kUnit, __LINE__);
   CloseIfOpen(&g_row, kUnit, __LINE__);
-  CloseJrnlMasterLookups();
 }

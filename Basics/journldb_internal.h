@@ -37,7 +37,5 @@ void JrnlCostID(int32_t number, char* id21);
 // assemblies carry; false (outputs untouched) when the item cannot be read or its accounts
 // are not known.
 bool JrnlItemAccounts(int32_t item, int32_t* inventory, int32_t* first, int32_t* second);
-// Closes the item handle of the module.
-void CloseJrnlMasterLookups();
 
 #endif  // BASICS_JOURNLDB_INTERNAL_H_

@@ -7,6 +7,7 @@
 
 #include "General.h"
 #include "JOURNAL.h"
+#include "LineItemDcl.h"
 #include "OpenDat.h"
 #include "company_test.h"
 #include "journldb.h"
@@ -23,6 +24,7 @@ class JournalModelTest : public CompanyTest {
   }
   void CloseLibraryFiles() override {
     CloseInternalJrnlFiles();
+    CloseInternalItemFile();
     Current = saved_;
   }
   static JournalKey1Type Key(int16_t journal, uint16_t period, int32_t number) {
