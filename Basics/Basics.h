@@ -18,6 +18,7 @@
 #include "EmployeeDcl.h"
 #include "General.h"
 #include "GeneralUtils.h"
+#include "InvTagDcl.h"
 #include "JOBEST.h"
 #include "JOURNAL.h"
 #include "KestrelInterface.h"
@@ -25,6 +26,7 @@
 #include "OpenDat.h"
 #include "PHASE.h"
 #include "PROJECT.h"
+#include "RecptTagDcl.h"
 #include "VendorDcl.h"
 
 #endif  // BASICS_BASICS_H_
