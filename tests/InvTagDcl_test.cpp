@@ -85,21 +85,15 @@ class InvTagTest : public CompanyTest {
 TEST_F(InvTagTest, KeyedReadersCountEveryCall) {
   Put({Tag(30, 0, 40, 1), Tag(10, 2, 40, 2), Tag(20, -1, 30, 3), Tag(10, 0, 20, 4)});
   const int32_t reads = ReadCount;
-  InvTagRec rec;
-  ASSERT_EQ(GetFirstInvTagRec(tags_, &rec, kInvTagKeyPostOrder), 1);
-  EXPECT_EQ(rec.Cost, 4);  // (10, 0)
-  ASSERT_EQ(GetNextInvTagRec(tags_, &rec, kInvTagKeyPostOrder), 1);
-  EXPECT_EQ(rec.Cost, 2);  // (10, 2)
-  ASSERT_EQ(GetPreviousInvTagRec(tags_, &rec, kInvTagKeyPostOrder), 1);
-  EXPECT_EQ(rec.Cost, 4);
+  InvTagRec rec = Tag(15, 0, 0, 0);  // the search key of GE and LE: (15, 0)
+  auto cost = [&](auto read) { return read(tags_, &rec, kInvTagKeyPostOrder) ? rec.Cost : -1; };
+  EXPECT_EQ((std::vector<double>{cost(GetInvTagRecGE), cost(GetFirstInvTagRec),
+                                 cost(GetNextInvTagRec), cost(GetPreviousInvTagRec)}),
+            (std::vector<double>{3, 4, 2, 4}));
   rec = Tag(15, 0, 0, 0);
-  ASSERT_EQ(GetInvTagRecGE(tags_, &rec, kInvTagKeyPostOrder), 1);
-  EXPECT_EQ(rec.Cost, 3);  // (20, -1)
-  rec = Tag(15, 0, 0, 0);
-  ASSERT_EQ(GetInvTagRecLE(tags_, &rec, kInvTagKeyPostOrder), 1);
-  EXPECT_EQ(rec.Cost, 2);
+  EXPECT_EQ(cost(GetInvTagRecLE), 2);
   rec = Tag(20, 0, 0, 99);
-  EXPECT_EQ(GetInvTagRecEq(tags_, &rec, kInvTagKeyPostOrder), 0);
+  EXPECT_EQ(cost(GetInvTagRecEq), -1);
   EXPECT_EQ(rec.Cost, 99);  // left as it was
   EXPECT_EQ(GetInvTagRecEq(nullptr, &rec, kInvTagKeyPostOrder), 0);
   EXPECT_EQ(ReadCount - reads, 7);
