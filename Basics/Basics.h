@@ -28,5 +28,6 @@
 #include "PROJECT.h"
 #include "RecptTagDcl.h"
 #include "VendorDcl.h"
+#include "journldb.h"
 
 #endif  // BASICS_BASICS_H_

@@ -296,6 +296,11 @@ std::vector<OpenHandleInfo> Leave() {
   CloseInternalCustFile();
   CloseInternalVendFile();
   CloseInternalEmpFile();
+  CloseInternalItemFile();
+  CloseInternalProjFile();
+  CloseInternalPhaseFile();
+  CloseInternalCostFile();
+  CloseInternalJrnlFiles();
   CloseInternalInvTagFile();
   CloseInternalAuditTrailFile();
   CloseGeneralFile();

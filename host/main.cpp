@@ -3,6 +3,7 @@
 // output and exits 0, or prints one line naming the directory, what failed and the record
 // manager's status on standard error and exits 1; usage errors exit 2.
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <string>
@@ -13,6 +14,7 @@
 #include "company.h"
 #include "outcome.h"
 #include "report.h"
+#include "sample_books.h"
 
 #ifndef BASICS_VERSION
 #define BASICS_VERSION "unknown"
@@ -21,7 +23,7 @@
 namespace {
 
 constexpr const char* kUsage =
-    "usage: basics [--today YYYY-MM-DD] COMMAND DIR [--format table|csv|json]\n"
+    "usage: basics [--today YYYY-MM-DD] COMMAND DIR [--format table|csv|json] [options]\n"
     "       basics --help | --version\n"
     "commands:\n"
     "  new DIR       create an empty company\n"
@@ -29,8 +31,13 @@ constexpr const char* kUsage =
     "  cards DIR     customers, vendors, employees and their lookups\n"
     "  accounts DIR  chart of accounts and special accounts\n"
     "  periods DIR   period calendar and date ranges\n"
+    "  journal DIR   transactions in date order and the costs of their item rows;\n"
+    "                --journal N, --from YYYY-MM-DD and --to YYYY-MM-DD choose them\n"
+    "  items DIR     items and sub-items with their quantities on order\n"
+    "  jobs DIR      projects with their estimates, phases and cost codes\n"
     "  check DIR     exit 0 when DIR holds a company that opens, else 1\n"
-    "The listings (cards, accounts, periods) print as a table, CSV or JSON (--format).\n"
+    "The listings (cards, accounts, periods, journal, items, jobs) print as a table, CSV\n"
+    "or JSON (--format).\n"
     "A company that cannot be read is reported on one line with the record manager's\n"
     "status, and the exit status is 1.\n";
 
@@ -66,13 +73,14 @@ void WithCompany(const std::string& dir, host::View view, host::Format format, h
 void Demo(const std::string& dir, host::Outcome& out) {
   if (!host::CreateCompany(dir, out)) return;
   if (!host::OpenCompany(dir, out)) return;
-  host::WriteSampleCompany(out);
+  if (host::WriteSampleCompany(out)) host::WriteSampleBooks(out);
   host::CloseCompany(out);
   if (out.failed()) return;
   out.Printf("Sample company created in %s\n\n", dir.c_str());
-  for (host::View view : {host::CardsView, host::AccountsView, host::PeriodsView}) {
+  for (host::View view : {host::CardsView, host::AccountsView, host::PeriodsView, host::ItemsView,
+                          host::JobsView, host::JournalView}) {
+    if (view != host::CardsView) out.Printf("\n");
     WithCompany(dir, view, host::Format::kTable, out);
-    if (view != host::PeriodsView) out.Printf("\n");
   }
 }
 
@@ -104,6 +112,9 @@ int main(int argc, char** argv) {
   if (command == "cards") view = host::CardsView;
   if (command == "accounts") view = host::AccountsView;
   if (command == "periods") view = host::PeriodsView;
+  if (command == "journal") view = host::JournalView;
+  if (command == "items") view = host::ItemsView;
+  if (command == "jobs") view = host::JobsView;
   if (view == nullptr && command != "new" && command != "demo" && command != "check") {
     std::fprintf(stderr, "basics: unknown %s '%s'\n", command[0] == '-' ? "option" : "command",
                  command.c_str());
@@ -113,19 +124,42 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "basics: %s wants one directory\n", command.c_str());
     return UsageError();
   }
-  // Options after the directory: the listing commands take --format.
+  // Options after the directory: the listing commands take --format, the journal its
+  // filters.
   host::Format format = host::Format::kTable;
+  host::JournalFilter filter;
   for (int i = arg + 2; i < argc; i += 2) {
     const std::string option = argv[i];
-    if (view == nullptr || option != "--format") {
+    const bool journal_option =
+        command == "journal" && (option == "--journal" || option == "--from" || option == "--to");
+    if (view == nullptr || (option != "--format" && !journal_option)) {
       std::fprintf(stderr, "basics: %s takes no option '%s'\n", command.c_str(), option.c_str());
       return UsageError();
     }
-    if (i + 1 >= argc || !host::ParseFormat(argv[i + 1], &format)) {
-      std::fprintf(stderr, "basics: --format wants table, csv or json\n");
-      return UsageError();
+    const char* value = i + 1 < argc ? argv[i + 1] : nullptr;
+    if (option == "--format") {
+      if (value == nullptr || !host::ParseFormat(value, &format)) {
+        std::fprintf(stderr, "basics: --format wants table, csv or json\n");
+        return UsageError();
+      }
+    } else if (option == "--journal") {
+      char* end = nullptr;
+      const long journal = value != nullptr ? std::strtol(value, &end, 10) : -1;
+      if (value == nullptr || *end != '\0' || journal < 0 || journal > 12) {
+        std::fprintf(stderr, "basics: --journal wants a journal number from 0 to 12\n");
+        return UsageError();
+      }
+      filter.journal = static_cast<int>(journal);
+    } else {
+      DatesType& date = option == "--from" ? filter.from : filter.to;
+      if (value == nullptr || !ParseDate(value, date)) {
+        std::fprintf(stderr, "basics: %s wants a date as YYYY-MM-DD\n", option.c_str());
+        return UsageError();
+      }
+      (option == "--from" ? filter.has_from : filter.has_to) = true;
     }
   }
+  host::SetJournalFilter(filter);
   std::error_code ec;
   // Every command works on the absolute path: opening a company changes the directory.
   std::filesystem::path path = std::filesystem::absolute(argv[arg + 1], ec);

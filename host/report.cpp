@@ -283,3 +283,218 @@ void PeriodsView(std::vector<Listing>* listings, Outcome& out) {
 }
 
 }  // namespace host
+
+namespace host {
+namespace {
+
+JournalFilter g_filter;
+
+std::string Money(double amount) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.2f", Round(amount));
+  return text;
+}
+
+std::string Quantity(double quantity) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%g", quantity);
+  return text;
+}
+
+// The ID of a transaction's card: a customer for receipts, sales and sales orders, a
+// vendor for disbursements, purchases and purchase orders, an employee for payroll, the
+// item for inventory adjustments and assemblies.
+std::string CardID(const JournalRecord& r) {
+  FixedString<21> id{};
+  const int32_t card = r.Key2.Card;
+  if (card == 0) return "";
+  switch (r.Key1.JournalType) {
+    case CRJ:
+    case SJ:
+    case SOJ:
+      GetCustomerIDFromRecordNumber(card, id);
+      break;
+    case CDJ:
+    case PJ:
+    case POJ:
+      GetVendorIDFromRecordNumber(card, id);
+      break;
+    case PRJ:
+      return r.EmployeeID.c_str();
+    case INAJ:
+    case ASBYJ:
+    case INAJ2:
+      GetLineItemIDFromRecordNumber(card, id);
+      break;
+    default:
+      break;
+  }
+  return id.c_str();
+}
+
+// The journal as the files keep it: a sale with the journal-12 flag is journal 12.
+int16_t StoredJournal(const JournalRecord& r) {
+  if (r.Key1.JournalType == SJ && r.J.Sales.Area130.Journal12) return SJ2;
+  return r.Key1.JournalType;
+}
+
+// The amount a listing shows: the main row's, or the debits of the journals without one.
+double ShownAmount(const JournalRecord& r) {
+  const int16_t j = r.Key1.JournalType;
+  if (j != GENJ && j != COGSJ && j != INAJ2) return r.Amount;
+  double debits = 0;
+  const JrnlDistLine* lines = JournalLines(&r);
+  for (int i = 0; i < r.LineCount; ++i) debits += lines[i].Amount > 0 ? lines[i].Amount : 0;
+  return debits;
+}
+
+bool Wanted(const JournalRecord& r) {
+  if (g_filter.journal >= 0 && StoredJournal(r) != g_filter.journal &&
+      r.Key1.JournalType != g_filter.journal) {
+    return false;
+  }
+  if (g_filter.has_from && CompareDates(r.Key2.Date, g_filter.from) < 0) return false;
+  if (g_filter.has_to && CompareDates(r.Key2.Date, g_filter.to) > 0) return false;
+  return true;
+}
+
+// What the inventory tags say the transaction's item rows cost.
+void AddCosts(const JournalRecord& r, Listing& costs) {
+  FixedString<16> key{};
+  MakeKeyString(&r.Key1, key);
+  const int16_t journal = r.Key1.JournalType;
+  if (journal == INAJ) {
+    costs.Add({key.c_str(), GetJrnlName(journal), CardID(r), "adjustment",
+               Money(GetInvAdjCost(r.PostOrder, -1))});
+    return;
+  }
+  if (journal == ASBYJ) {
+    double cost = 0;
+    if (GetAssemblyCost(r.PostOrder, 0, &cost)) {
+      costs.Add({key.c_str(), GetJrnlName(journal), CardID(r), "assembly build", Money(cost)});
+    }
+    return;
+  }
+  if (journal != SJ) return;
+  const JrnlDistLine* lines = JournalLines(&r);
+  for (int16_t i = 0; i < r.LineCount; ++i) {
+    if (lines[i].Item == 0) continue;
+    const double cost = GetSaleCost(r.PostOrder, i);
+    if (cost == 0) continue;
+    FixedString<21> item{};
+    GetLineItemIDFromRecordNumber(lines[i].Item, item);
+    costs.Add({key.c_str(), GetJrnlName(StoredJournal(r)), item.c_str(),
+               "sale, line " + std::to_string(i + 1), Money(cost)});
+  }
+}
+
+}  // namespace
+
+void SetJournalFilter(const JournalFilter& filter) { g_filter = filter; }
+
+void JournalView(std::vector<Listing>* listings, Outcome& out) {
+  JrnlDBFilesType files{};
+  if (OpenJournalFile(&files, kOpenModeReadOnly) == 0) {
+    out.Fail("the journal files cannot be opened", GetErrorCode(nullptr));
+    return;
+  }
+  JournalRecord* r = nullptr;
+  if (AllocateJournalRecord(&r) == 0) {
+    CloseJrnlFile(&files);
+    out.Fail("no memory for a transaction", kNoStatus);
+    return;
+  }
+  Listing list("Transactions", {{"Key"},
+                                {"Journal"},
+                                {"No.", true},
+                                {"Date"},
+                                {"Reference"},
+                                {"Card"},
+                                {"Amount", true},
+                                {"Lines", true},
+                                {"Description"}});
+  Listing costs("Costs of item rows", {{"Key"}, {"Journal"}, {"Item"}, {"Row"}, {"Cost", true}});
+  constexpr int16_t kDateKey = 3;
+  for (int ok = GetFileLowest(files, kLockBiasNone, r, kDateKey); ok;
+       ok = GetFileNext(files, kLockBiasNone, r, kDateKey)) {
+    if (!Wanted(*r)) continue;
+    FixedString<16> key{};
+    MakeKeyString(&r->Key1, key);
+    list.Add({key.c_str(), GetJrnlName(StoredJournal(*r)), std::to_string(StoredJournal(*r)),
+              DateText(r->Key2.Date), r->Reference.c_str(), CardID(*r), Money(ShownAmount(*r)),
+              std::to_string(r->LineCount), r->Description.c_str()});
+    AddCosts(*r, costs);
+  }
+  const uint16_t status = GetErrorCode(files.HdrFile);
+  DeAllocateJournalRecord(&r);
+  CloseJrnlFile(&files);
+  if (status != kStatusEndOfFile) {
+    out.Fail("the journal cannot be read", status);
+    return;
+  }
+  list.SetFooter("(" + std::to_string(list.rows().size()) + " transactions)");
+  listings->push_back(std::move(list));
+  listings->push_back(std::move(costs));
+}
+
+void ItemsView(std::vector<Listing>* listings, Outcome& out) {
+  Listing items("Items", {{"ID"},
+                          {"Rec#", true},
+                          {"Class", true},
+                          {"Description"},
+                          {"Master"},
+                          {"On SO", true},
+                          {"On PO", true}});
+  Walk<LineItemRecord>(OpenLineItemFile, "item file", out, [&items](LineItemRecord& item) {
+    items.Add({item.ItemID.c_str(), std::to_string(item.RecordNumber),
+               std::to_string(item.ItemClass), item.Description.c_str(), item.ParentID.c_str(),
+               Quantity(GetQtyOnSOPO(&item, SOJ, Current.CurrentPeriod)),
+               Quantity(GetQtyOnSOPO(&item, POJ, Current.CurrentPeriod))});
+  });
+  items.SetFooter("(" + std::to_string(items.rows().size()) + " items)");
+  listings->push_back(std::move(items));
+}
+
+void JobsView(std::vector<Listing>* listings, Outcome& out) {
+  BtrvFile* estimates = nullptr;
+  if (OpenJobEstFile(&estimates, kOpenModeReadOnly) == 0) {
+    out.Fail("the job estimate file cannot be opened", GetErrorCode(nullptr));
+    return;
+  }
+  Listing projects("Projects", {{"ID"},
+                                {"Rec#", true},
+                                {"Name"},
+                                {"Phases"},
+                                {"Est. revenue", true},
+                                {"Est. expenses", true}});
+  Walk<ProjectRecord>(
+      [](BtrvFile** f, uint16_t mode) { return static_cast<int>(OpenProjFile(f, mode)); },
+      "project file", out,
+      [&](ProjectRecord& p) {
+        double revenue = 0, expenses = 0;
+        FindEstRevenueAndExpences(p.RecordNumber, estimates, &revenue, &expenses);
+        projects.Add({p.ID.c_str(), std::to_string(p.RecordNumber), p.Name.c_str(),
+                      p.UsesPhases ? "yes" : "no", Money(revenue), Money(expenses)});
+      });
+  RealCloseFile(&estimates, kHost, __LINE__);
+  Listing phases("Phases", {{"ID"}, {"Rec#", true}, {"Description"}, {"Cost codes"}});
+  Walk<PhaseRecord>(
+      [](BtrvFile** f, uint16_t mode) { return static_cast<int>(OpenPhaseFile(f, mode)); },
+      "phase file", out,
+      [&](PhaseRecord& p) {
+        phases.Add({p.ID.c_str(), std::to_string(p.RecordNumber), p.Description.c_str(),
+                    p.UsesCostCodes ? "yes" : "no"});
+      });
+  Listing costs("Cost codes", {{"ID"}, {"Rec#", true}, {"Description"}});
+  Walk<CostRecord>(
+      [](BtrvFile** f, uint16_t mode) { return static_cast<int>(OpenCostFile(f, mode)); },
+      "cost code file", out,
+      [&](CostRecord& c) {
+        costs.Add({c.ID.c_str(), std::to_string(c.RecordNumber), c.Description.c_str()});
+      });
+  listings->push_back(std::move(projects));
+  listings->push_back(std::move(phases));
+  listings->push_back(std::move(costs));
+}
+
+}  // namespace host

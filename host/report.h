@@ -5,6 +5,8 @@
 
 #include <vector>
 
+#include "zor_types.h"
+
 #include "listing.h"
 #include "outcome.h"
 
@@ -22,6 +24,24 @@ void AccountsView(std::vector<Listing>* listings, Outcome& out);
 // The period calendar with internal and user numbers, then the ranges of the date-range
 // codes.
 void PeriodsView(std::vector<Listing>* listings, Outcome& out);
+
+// Which transactions JournalView lists: one journal (-1 every one; 12 the second sales
+// journal, 3 both sales journals), and the dates from and to, both included.
+struct JournalFilter {
+  int journal = -1;
+  bool has_from = false;
+  DatesType from{};
+  bool has_to = false;
+  DatesType to{};
+};
+void SetJournalFilter(const JournalFilter& filter);
+// The transactions in date order (key string, journal, date, reference, card, amount,
+// lines, description), then what the inventory tags say their item rows cost.
+void JournalView(std::vector<Listing>* listings, Outcome& out);
+// The items and sub-items with their quantities on sales and purchase orders.
+void ItemsView(std::vector<Listing>* listings, Outcome& out);
+// Projects with their estimate sums, phases and cost codes.
+void JobsView(std::vector<Listing>* listings, Outcome& out);
 
 }  // namespace host
 
