@@ -54,8 +54,12 @@ struct ItemComponent {
 //      123     5  a sub-item's second-attribute code
 //      128   161  inherited text
 //      289   161  inherited text
-//      450     9  inherited          459  7  inherited          466  4  inherited
-//      470     2  inherited         1144  4  inherited         1148  4  inherited
+//      450     9  inherited          459  7  inherited
+//      466     4  inventory account record number (s32, inherited)
+//      470     2  inherited
+//     1144     4  first item account record number (s32, inherited): the account of an
+//                 inventory adjustment's or assembly's kind-9 item-account row
+//     1148     4  second item account record number (s32, inherited): the kind-10 row's
 //     1152    21  inherited (a new sub-item takes only its first 4 bytes)
 //     1173    16  four 32-bit values, cleared in a new sub-item
 //     1440 100x29 component list
@@ -87,11 +91,11 @@ struct LineItemRecord {
   char Text289[161];
   uint8_t Field450[9];
   uint8_t Field459[7];
-  uint8_t Field466[4];
+  int32_t InventoryAccount;
   uint8_t Field470[2];
   uint8_t reserved472[672];
-  uint8_t Field1144[4];
-  uint8_t Field1148[4];
+  int32_t FirstAccount;
+  int32_t SecondAccount;
   uint8_t Field1152[21];
   int32_t Values1173[4];
   uint8_t reserved1189[251];
@@ -145,11 +149,11 @@ static_assert(offsetof(LineItemRecord, Text128) == 128 &&
                   offsetof(LineItemRecord, Text289) == 289 &&
                   offsetof(LineItemRecord, Field450) == 450 &&
                   offsetof(LineItemRecord, Field459) == 459 &&
-                  offsetof(LineItemRecord, Field466) == 466 &&
+                  offsetof(LineItemRecord, InventoryAccount) == 466 &&
                   offsetof(LineItemRecord, Field470) == 470,
               "inherited fields 128 to 470");
-static_assert(offsetof(LineItemRecord, Field1144) == 1144 &&
-                  offsetof(LineItemRecord, Field1148) == 1148 &&
+static_assert(offsetof(LineItemRecord, FirstAccount) == 1144 &&
+                  offsetof(LineItemRecord, SecondAccount) == 1148 &&
                   offsetof(LineItemRecord, Field1152) == 1152 &&
                   offsetof(LineItemRecord, Values1173) == 1173 &&
                   offsetof(LineItemRecord, Components) == 1440,

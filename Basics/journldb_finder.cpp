@@ -34,9 +34,13 @@ bool JrnlItemID(int32_t item, FixedString<21>& id) {
   return item != 0 && GetLineItemIDFromRecordNumber(item, id);
 }
 
-bool JrnlItemAccounts(int32_t, int32_t*, int32_t*, int32_t*) {
-  // The item record's account fields are not laid out yet: no item-account rows.
-  return false;
+bool JrnlItemAccounts(int32_t item, int32_t* inventory, int32_t* first, int32_t* second) {
+  LineItemRecord record;
+  if (item == 0 || !GetLineItemInfo(item, &record)) return false;
+  *inventory = record.InventoryAccount;
+  *first = record.FirstAccount;
+  *second = record.SecondAccount;
+  return true;
 }
 
 // Phases and cost codes through their own units' lookups.

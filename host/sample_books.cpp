@@ -69,13 +69,26 @@ void SetAttribute(ItemAttributeBlock& block, const char* name,
   }
 }
 
+int32_t AccountNumber(const char* id) {
+  FixedString<16> account{};
+  account = id;
+  return GetAcctRecNumFromID(account);
+}
+
 bool WriteItems(Outcome& out) {
-  bool ok = InBatch(OpenItems, "item", out, [](BtrvFile* file) {
+  // Stock items keep their value in inventory (1200) and cost their sales to 5000.
+  const int32_t inventory = AccountNumber("1200"), cost_of_sales = AccountNumber("5000");
+  bool ok = InBatch(OpenItems, "item", out, [&](BtrvFile* file) {
     for (const ItemSample& s : kItems) {
       LineItemRecord item{};
       item.ItemID = s.id;
       item.Description = s.description;
       item.ItemClass = s.item_class;
+      if (s.item_class != 0) {
+        item.InventoryAccount = inventory;
+        item.FirstAccount = inventory;
+        item.SecondAccount = cost_of_sales;
+      }
       AssignGUID(item.Guid);
       if (s.item_class == 3) {  // the kit is two widgets
         item.ComponentCount = 1;

@@ -42,8 +42,9 @@ std::string FirstDifference(const JournalRecord& a, const JournalRecord& b) {
 #define CMP(field) \
   if (std::memcmp(&a.field, &b.field, sizeof a.field) != 0) return #field;
   CMP(Key1)
-  CMP(Key2) CMP(HdrAccount) CMP(PostOrder) CMP(Description) CMP(Amount) CMP(Reference)
-      CMP(LedgerFlag) CMP(SecondFlag) CMP(ThirdFlag) CMP(BegBalFlag) CMP(DateCleared) CMP(ShortCode)
+  CMP(Key2)
+  CMP(HdrAccount) CMP(PostOrder) CMP(Description) CMP(Amount) CMP(Reference) CMP(LedgerFlag)
+      CMP(SecondFlag) CMP(ThirdFlag) CMP(BegBalFlag) CMP(DateCleared) CMP(ShortCode)
           CMP(Key8RecordNumber) CMP(Key8Value) CMP(EmployeeID) CMP(Flag126) CMP(Flag127)
               CMP(Value2906) CMP(LineCount) CMP(Guid) CMP(Value5945) CMP(Flag5949) CMP(MainRowGuid)
                   CMP(GenJrnlFlag) CMP(J.Gen.Area130) CMP(J.Gen.Area178) CMP(J.Gen.Area2910)
@@ -51,16 +52,16 @@ std::string FirstDifference(const JournalRecord& a, const JournalRecord& b) {
     CMP(J.Payroll.JobCount)
     for (int i = 0; i < kMaxPayrollFields; ++i) {
       CMP(J.Payroll.Fields[i].Account)
-      CMP(J.Payroll.Fields[i].FieldIndex) CMP(J.Payroll.Fields[i].Code)
-          CMP(J.Payroll.Fields[i].Amount) CMP(J.Payroll.Fields[i].SecondAmount)
-              CMP(J.Payroll.Fields[i].DateCleared) CMP(J.Payroll.Fields[i].Guid)
-                  CMP(J.Payroll.Fields[i].SecondGuid)
+      CMP(J.Payroll.Fields[i].FieldIndex)
+      CMP(J.Payroll.Fields[i].Code) CMP(J.Payroll.Fields[i].Amount)
+          CMP(J.Payroll.Fields[i].SecondAmount) CMP(J.Payroll.Fields[i].DateCleared)
+              CMP(J.Payroll.Fields[i].Guid) CMP(J.Payroll.Fields[i].SecondGuid)
     }
     for (int i = 0; i < kMaxPayrollJobs; ++i) {
       CMP(J.Payroll.Jobs[i].Job)
-      CMP(J.Payroll.Jobs[i].Phase) CMP(J.Payroll.Jobs[i].Cost) CMP(J.Payroll.Jobs[i].Field)
-          CMP(J.Payroll.Jobs[i].Amount) CMP(J.Payroll.Jobs[i].DateCleared)
-              CMP(J.Payroll.Jobs[i].Guid)
+      CMP(J.Payroll.Jobs[i].Phase)
+      CMP(J.Payroll.Jobs[i].Cost) CMP(J.Payroll.Jobs[i].Field) CMP(J.Payroll.Jobs[i].Amount)
+          CMP(J.Payroll.Jobs[i].DateCleared) CMP(J.Payroll.Jobs[i].Guid)
     }
   }
   else if (JournalLines(&a) != nullptr) {
@@ -71,11 +72,11 @@ std::string FirstDifference(const JournalRecord& a, const JournalRecord& b) {
   if (std::memcmp(&la[i].field, &lb[i].field, sizeof la[i].field) != 0) \
     return "line " + std::to_string(i) + " " #field;
       LINE(Account)
-      LINE(Amount) LINE(SecondAmount) LINE(Applied) LINE(InvoiceRef) LINE(AppliedLink)
-          LINE(LinkFormatted) LINE(Item) LINE(Quantity) LINE(UnitPrice) LINE(OrderQuantity1)
-              LINE(OrderQuantity2) LINE(Job) LINE(Phase) LINE(Cost) LINE(Description) LINE(Flag)
-                  LINE(OrderFlag) LINE(DateCleared) LINE(Guid) LINE(SecondGuid) LINE(Counter[0])
-                      LINE(Counter[1])
+      LINE(Amount)
+      LINE(SecondAmount) LINE(Applied) LINE(InvoiceRef) LINE(AppliedLink) LINE(LinkFormatted)
+          LINE(Item) LINE(Quantity) LINE(UnitPrice) LINE(OrderQuantity1) LINE(OrderQuantity2)
+              LINE(Job) LINE(Phase) LINE(Cost) LINE(Description) LINE(Flag) LINE(OrderFlag)
+                  LINE(DateCleared) LINE(Guid) LINE(SecondGuid) LINE(Counter[0]) LINE(Counter[1])
 #undef LINE
     }
     if (a.Key1.JournalType == CRJ || a.Key1.JournalType == CDJ) CMP(J.Cash.AppliedTotal)
@@ -456,6 +457,65 @@ TEST_F(JournalStoreTest, RowsCarryLedgerFlagsCardsAndLineNumbers) {
   order->PostOrder = 14;
   ASSERT_TRUE(InsertRecord(files_, order.get()));
   EXPECT_EQ(summary(14), "0:0:0:0:8 ");
+}
+
+TEST_F(JournalStoreTest, AdjustmentsAndAssembliesCarryTheItemsAccountRows) {
+  // An item whose inventory account is 20, first account 21 and second account 22.
+  BtrvFile* f = nullptr;
+  ASSERT_EQ(OpenLineItemFile(&f, kOpenModeNormal), 1);
+  auto item = std::make_unique<LineItemRecord>();
+  std::memset(item.get(), 0, sizeof *item);
+  item->ItemID = "BOLT";
+  item->ItemClass = 1;
+  item->InventoryAccount = 20;
+  item->FirstAccount = 21;
+  item->SecondAccount = 22;
+  ASSERT_TRUE(::InsertRecord(f, sizeof *item, item.get()));
+  RealCloseFile(&f, "test", __LINE__);
+  auto rows = [&](uint32_t post) {
+    std::string s;
+    for (const JrnlRowType& row : Rows(post))
+      s += std::to_string(row.Kind) + ":" + std::to_string(row.Account) + ":" +
+           std::to_string(row.ItemAccountFlag) + " ";
+    return s;
+  };
+  Record r = NewRecord();
+  r->Key1.JournalType = INAJ;
+  r->Key1.TrxNumber = 1;
+  r->Key2.Card = item->RecordNumber;
+  r->HdrAccount = 30;
+  r->PostOrder = 40;
+  ASSERT_TRUE(InsertRecord(files_, r.get()));
+  EXPECT_EQ(rows(40), "0:30:1 9:21:0 10:22:1 ");
+  Record back = Load(40);
+  ASSERT_NE(back, nullptr);
+  EXPECT_FALSE(IsNullGUID(back->ExtraGuid1) || IsNullGUID(back->ExtraGuid2));
+  EXPECT_EQ(std::memcmp(&back->ExtraGuid1, &r->ExtraGuid1, sizeof(GUID)), 0);
+  EXPECT_EQ(std::memcmp(&back->ExtraGuid2, &r->ExtraGuid2, sizeof(GUID)), 0);
+  // An adjustment posted to the item's own inventory account has no item-account rows; an
+  // assembly always has them; an unknown item has none.
+  r = NewRecord();
+  r->Key1.JournalType = INAJ;
+  r->Key1.TrxNumber = 2;
+  r->Key2.Card = item->RecordNumber;
+  r->HdrAccount = 20;
+  r->PostOrder = 41;
+  ASSERT_TRUE(InsertRecord(files_, r.get()));
+  r = NewRecord();
+  r->Key1.JournalType = ASBYJ;
+  r->Key1.TrxNumber = 3;
+  r->Key2.Card = item->RecordNumber;
+  r->HdrAccount = 20;
+  r->PostOrder = 42;
+  ASSERT_TRUE(InsertRecord(files_, r.get()));
+  r->Key1.TrxNumber = 4;
+  r->Key2.Card = 999;
+  r->PostOrder = 43;
+  r->Guid = {};
+  r->MainRowGuid = {};
+  ASSERT_TRUE(InsertRecord(files_, r.get()));
+  EXPECT_EQ(rows(41) + "| " + rows(42) + "| " + rows(43),
+            "0:20:1 | 0:20:1 9:21:0 10:22:1 | 0:20:1 ");
 }
 
 TEST_F(JournalStoreTest, SecondSalesJournalIsStoredAsTwelveAndReadsBackAsSales) {
