@@ -5,6 +5,7 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <string>
 
 #include "General.h"
 #include "LineItemDcl_internal.h"
@@ -100,11 +101,13 @@ FixedString<21> FormSubItemID(const FixedString<21>& master_id, const FixedStrin
                               const FixedString<5>* second) {
   char text[64] = {};
   sstrcpy(text, master_id, 21);
+  // An attribute code is 4 characters at most, whatever its buffer holds after them.
+  auto code = [](const FixedString<5>& c) { return std::string(c.s, strnlen(c.s, 4)); };
   sstrcat(text, "-", sizeof text);
-  std::strncat(text, first.s, 4);
+  sstrcat(text, code(first).c_str(), sizeof text);
   if (second != nullptr) {
     sstrcat(text, "-", sizeof text);
-    std::strncat(text, second->s, 4);
+    sstrcat(text, code(*second).c_str(), sizeof text);
   }
   FixedString<21> id;
   id.Set(text, 20);

@@ -17,6 +17,15 @@ std::string CsvCell(const std::string& cell) {
   return quoted + "\"";
 }
 
+std::string CsvLine(const std::vector<std::string>& cells) {
+  std::string line;
+  for (size_t c = 0; c < cells.size(); ++c) {
+    if (c > 0) line += ',';
+    line += CsvCell(cells[c]);
+  }
+  return line;
+}
+
 std::string JsonString(const std::string& text) {
   std::string out = "\"";
   for (unsigned char c : text) {
@@ -127,15 +136,10 @@ void Render(const std::vector<Listing>& listings, Format format, Outcome& out) {
       RenderTable(l, out);
       continue;
     }
-    std::string header;
-    for (size_t c = 0; c < l.columns().size(); ++c)
-      header += (c > 0 ? "," : "") + CsvCell(l.columns()[c].name);
-    out.Printf("%s\n", header.c_str());
-    for (const auto& row : l.rows()) {
-      std::string text;
-      for (size_t c = 0; c < row.size(); ++c) text += (c > 0 ? "," : "") + CsvCell(row[c]);
-      out.Printf("%s\n", text.c_str());
-    }
+    std::vector<std::string> header;
+    for (const Column& column : l.columns()) header.push_back(column.name);
+    out.Printf("%s\n", CsvLine(header).c_str());
+    for (const auto& row : l.rows()) out.Printf("%s\n", CsvLine(row).c_str());
   }
 }
 

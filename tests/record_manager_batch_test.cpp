@@ -215,6 +215,22 @@ TEST_P(BatchTest, InnerBatchAbandonedAloneAtEveryFaultForAllProcesses) {
               bEndBatchUpdate(hdr_) && bAbortBatchUpdate(hdr_) && WriteTransaction(7, 1) &&
               bEndBatchUpdate(hdr_));
   EXPECT_EQ(Counts(), 508);
+  // Batches begun back to back start at the same place and share one mark: abandoning the
+  // inner one undoes its writes and leaves the outer one its mark; abandoning the outer one
+  // after the inner one ended undoes both.
+  ASSERT_TRUE(bBeginBatchUpdate(hdr_) && bBeginBatchUpdate(row_) && bBeginBatchUpdate(hdr_) &&
+              WriteTransaction(8, 1) && bAbortBatchUpdate(hdr_) && WriteTransaction(9, 1) &&
+              bEndBatchUpdate(row_) && bBeginBatchUpdate(row_) && bBeginBatchUpdate(hdr_) &&
+              WriteTransaction(10, 1) && bEndBatchUpdate(hdr_) && bAbortBatchUpdate(row_) &&
+              bEndBatchUpdate(hdr_));
+  EXPECT_EQ((Ints{Counts(), CountsElsewhere() == Counts() % 256}), (Ints{609, true}));
+  // A file made inside an inner batch goes with it when it is abandoned, and so do the
+  // records it wrote before and after.
+  ASSERT_TRUE(bBeginBatchUpdate(hdr_) && bBeginBatchUpdate(row_) && WriteTransaction(11, 1));
+  ASSERT_EQ(Create(row_spec_.get(), "EXTRA.DAT"), kStatusOk);
+  ASSERT_TRUE(WriteTransaction(12, 1) && bAbortBatchUpdate(row_) && WriteTransaction(13, 0) &&
+              bEndBatchUpdate(hdr_));
+  EXPECT_EQ((Ints{Counts(), Changed("EXTRA.DAT") == -1}), (Ints{709, true}));
 }
 
 TEST_P(BatchTest, FaultOutsideABatchLeavesTheFileAsBefore) {

@@ -255,6 +255,25 @@ Status AssignAutoIncrements(State* s, uint8_t* record) {
   return kStatusOk;
 }
 
+// Inside a nested batch: the current record as it is before a write, so that abandoning
+// the batch can put it back. mu held.
+Status OldImage(State* s, rm::UndoEntry::Kind kind, rm::UndoEntry* entry) {
+  const rm::KeySet& keys = s->file->keys;
+  entry->kind = kind;
+  entry->file_id = FileId(s);
+  entry->pos = s->pos;
+  entry->data.resize(keys.record_length());
+  entry->keys.resize(std::max<uint32_t>(keys.total_key_length(), 1));
+  RowOut row;
+  row.data = entry->data.data();
+  Status st = s->store->Call().ReadAt(s->file->table, s->pos, -1, &row);
+  if (st == kStatusBadPosition) return kStatusConflict;  // gone since this handle read it
+  if (st != kStatusOk) return st;
+  entry->version = row.version;
+  keys.EncodeAll(entry->data.data(), entry->keys.data());
+  return kStatusOk;
+}
+
 Status DoInsert(State* s, uint32_t len, uint8_t* buf, bool by_key, uint16_t key) {
   const rm::KeySet& keys = s->file->keys;
   if (s->mode == kOpenModeReadOnly) return kStatusReadOnly;
@@ -276,6 +295,13 @@ Status DoInsert(State* s, uint32_t len, uint8_t* buf, bool by_key, uint16_t key)
   if (st == kStatusOk) {
     keys.EncodeAll(record, s->keys.data());
     st = store.Call().Insert(s->file->table, record, s->keys.data(), &pos);
+  }
+  if (st == kStatusOk) {
+    rm::UndoEntry undo;
+    undo.kind = rm::UndoEntry::kErase;
+    undo.file_id = FileId(s);
+    undo.pos = pos;
+    store.LogUndo(std::move(undo));
   }
   st = scope.End(st);
   if (st != kStatusOk) return st;
@@ -305,11 +331,14 @@ Status DoUpdate(State* s, uint32_t len, const uint8_t* buf, int16_t key) {
   rm::WriteScope scope(&store, FileId(s));
   st = scope.Begin();
   int64_t version = 0;
+  rm::UndoEntry undo;
+  if (st == kStatusOk && !store.nested.empty()) st = OldImage(s, rm::UndoEntry::kRewrite, &undo);
   if (st == kStatusOk) {
     keys.EncodeAll(buf, s->keys.data());
     st = store.Call().Update(s->file->table, s->pos, s->version, buf, s->keys.data(), &version);
-    st = scope.End(st);
+    if (st == kStatusOk) store.LogUndo(std::move(undo));
   }
+  st = scope.End(st);
   if (temporary) s->locks->Unlock(LockFile::RecordByte(FileId(s), s->pos));
   if (st != kStatusOk) return st;
   if (s->locked_pos == s->pos) DropLock(s);
@@ -328,10 +357,13 @@ Status DoDelete(State* s, AMCallbackRecordInfo* info) {
   if (st != kStatusOk) return st;
   rm::WriteScope scope(&store, FileId(s));
   st = scope.Begin();
+  rm::UndoEntry undo;
+  if (st == kStatusOk && !store.nested.empty()) st = OldImage(s, rm::UndoEntry::kReinsert, &undo);
   if (st == kStatusOk) {
     st = store.Call().Delete(s->file->table, s->pos, s->version);
-    st = scope.End(st);
+    if (st == kStatusOk) store.LogUndo(std::move(undo));
   }
+  st = scope.End(st);
   if (temporary) s->locks->Unlock(LockFile::RecordByte(FileId(s), s->pos));
   if (st != kStatusOk) return st;
   if (s->locked_pos == s->pos) DropLock(s);
@@ -489,24 +521,79 @@ int bBeginBatchUpdate(BtrvFile* f) {
         if (store.Call().InTransaction()) store.Call().Rollback();
         return begun;
       }
-      store.touched.clear();
-      store.touched_marks.clear();
-      store.batch_failure = kStatusOk;
+      store.EndBatches();
     } else {
-      // A batch inside a batch is a savepoint, so that it can be abandoned alone.
+      // A batch inside a batch can be abandoned alone: it keeps an undo log of its writes.
       if (store.batch_failure != kStatusOk) return store.batch_failure;
-      Status marked = store.Call().Savepoint(store.batch_depth);
-      if (marked != kStatusOk) {
-        if (!store.Call().InTransaction()) store.batch_failure = marked;
-        return marked;
-      }
-      store.touched_marks.push_back(store.touched.size());
+      store.nested.emplace_back();
+      store.nested.back().touched_mark = store.touched.size();
     }
     ++store.batch_depth;
     return kStatusOk;
   });
   return st == kStatusOk;
 }
+
+namespace {
+
+// Puts back what one write of a nested batch changed. mu held.
+Status Undo(rm::Store& store, const rm::UndoEntry& entry) {
+  auto it = store.files.find(entry.file_id);
+  if (it == store.files.end()) return kStatusIoError;  // the file is gone: cannot put back
+  rm::Table* table = it->second->table;
+  if (entry.kind == rm::UndoEntry::kErase) return store.Call().Erase(table, entry.pos);
+  return store.Call().Restore(table, entry.pos, entry.version, entry.data.data(), entry.keys.data(),
+                              entry.kind == rm::UndoEntry::kRewrite);
+}
+
+// Closes the innermost nested batch, keeping (an end) or undoing (an abandon, or an end
+// that fails) what it wrote. Kept writes join the enclosing batch's undo log; undone ones
+// are put back from the log, newest first, or rolled back to the batch's savepoint where
+// a catalogue change made one. mu held.
+Status CloseNestedLevel(rm::Store& store, bool keep) {
+  rm::NestedBatch level = std::move(store.nested.back());
+  store.nested.pop_back();
+  const bool shared = level.savepoint != 0 && !store.nested.empty() &&
+                      store.nested.back().savepoint == level.savepoint;
+  Status st = store.batch_failure;
+  if (st == kStatusOk && keep) {
+    if (level.savepoint != 0 && !shared) {
+      st = store.Call().ReleaseSavepoint(level.savepoint);
+      if (st == kStatusOk) {
+        --store.savepoints;
+      } else {
+        keep = false;  // an end that fails undoes its own batch, as the outermost end does
+      }
+    }
+    if (keep && !store.nested.empty()) {
+      std::vector<rm::UndoEntry>& outer = store.nested.back().undo;
+      outer.insert(outer.end(), std::make_move_iterator(level.undo.begin()),
+                   std::make_move_iterator(level.undo.end()));
+    }
+  }
+  if (!keep && store.batch_failure == kStatusOk) {
+    Status undone = kStatusOk;
+    size_t logged = level.undo.size();
+    if (level.savepoint != 0) {
+      undone = store.Call().RollbackToSavepoint(level.savepoint);
+      if (undone == kStatusOk && !shared) {
+        undone = store.Call().ReleaseSavepoint(level.savepoint);
+        if (undone == kStatusOk) --store.savepoints;
+      }
+      logged = level.undo_before_savepoint;  // the rollback undid the rest
+    }
+    for (size_t i = logged; undone == kStatusOk && i-- > 0;) undone = Undo(store, level.undo[i]);
+    if (undone != kStatusOk) {
+      store.batch_failure = undone;  // what it wrote may still be there: nothing may commit
+      if (st == kStatusOk) st = undone;
+    }
+  }
+  --store.batch_depth;
+  if (!keep) store.touched.resize(level.touched_mark);
+  return st;
+}
+
+}  // namespace
 
 int bEndBatchUpdate(BtrvFile* f) {
   State* s = Usable(f);
@@ -519,23 +606,11 @@ int bEndBatchUpdate(BtrvFile* f) {
   }
   if (store.batch_depth > 1) {
     // An inner batch's writes become the outer one's; they commit with it.
-    // An end that fails undoes its own batch, as the outermost end does, and closes it.
-    Status st = store.batch_failure;
-    if (st == kStatusOk) {
-      st = store.Call().ReleaseSavepoint(store.batch_depth - 1);
-      if (st != kStatusOk && store.Call().RollbackToSavepoint(store.batch_depth - 1) != kStatusOk) {
-        store.batch_failure = st;  // what it wrote may still be there: nothing may commit
-      }
-    }
-    --store.batch_depth;
-    if (st != kStatusOk) store.touched.resize(store.touched_marks.back());
-    store.touched_marks.pop_back();
-    s->status = st;
-    return st == kStatusOk;
+    s->status = CloseNestedLevel(store, /*keep=*/true);
+    return s->status == kStatusOk;
   }
   // The last end: the change times of the files written, then the commit, so that the
   // batch's records and the times other processes go by appear together.
-  store.batch_depth = 0;
   Status st = store.batch_failure;
   const int64_t now = rm::WallClockNs();
   for (size_t i = 0; st == kStatusOk && i < store.touched.size(); ++i) {
@@ -543,9 +618,7 @@ int bEndBatchUpdate(BtrvFile* f) {
   }
   if (st == kStatusOk) st = store.Call().Commit();
   if (st != kStatusOk) store.Call().Rollback();
-  store.touched.clear();
-  store.touched_marks.clear();
-  store.batch_failure = kStatusOk;
+  store.EndBatches();
   s->status = st;
   return st == kStatusOk;
 }
@@ -561,21 +634,12 @@ int bAbortBatchUpdate(BtrvFile* f) {
   }
   if (store.batch_depth > 1) {
     // Undoes the innermost batch alone; the ones around it go on.
-    if (store.batch_failure == kStatusOk) {
-      Status st = store.Call().RollbackToSavepoint(store.batch_depth - 1);
-      if (st != kStatusOk) store.batch_failure = st;  // what it wrote may still be there
-    }
-    --store.batch_depth;
-    store.touched.resize(store.touched_marks.back());
-    store.touched_marks.pop_back();
+    CloseNestedLevel(store, /*keep=*/false);
     s->status = kStatusOk;
     return 1;
   }
   store.Call().Rollback();
-  store.batch_depth = 0;
-  store.batch_failure = kStatusOk;
-  store.touched.clear();
-  store.touched_marks.clear();
+  store.EndBatches();
   s->status = kStatusOk;
   return 1;
 }

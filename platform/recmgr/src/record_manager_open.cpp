@@ -149,7 +149,9 @@ void LetGo(State* s) {
     std::lock_guard<std::mutex> guard(store->mu);
     // The handle's stepping cursor, if it has one, must not keep a read open.
     store->Call().EndCursor(s->id);
-    if (--s->file->handles == 0) {
+    // A file written in an open batch stays attached until the batch ends: abandoning a
+    // nested batch may still have to put its records back.
+    if (--s->file->handles == 0 && store->batch_depth == 0) {
       store->Call().DetachTable(s->file->table);
       store->files.erase(s->file->entry.id);
     }
@@ -186,7 +188,9 @@ Status InTransaction(rm::Store* store, Change change) {
       return st;
     }
   }
-  Status st = change();
+  Status st = own ? Status{kStatusOk} : rm::MarkNestedBatches(store);
+  if (st != kStatusOk) return st;
+  st = change();
   if (own) {
     if (st == kStatusOk) st = store->Call().Commit();
     if (st != kStatusOk) store->Call().Rollback();

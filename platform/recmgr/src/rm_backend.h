@@ -93,8 +93,9 @@ class Backend {
   // Undoes the open transaction with every savepoint in it; a no-op when none is open.
   virtual void Rollback() = 0;
   // Savepoints inside the open transaction, numbered from 1 outwards in: Savepoint(n)
-  // marks the store as it is now, ReleaseSavepoint(n) keeps what was written since (it
-  // becomes part of level n - 1), RollbackToSavepoint(n) undoes it and ends level n.
+  // marks the store as it is now; ReleaseSavepoint(n) ends savepoint n (and any inside it)
+  // keeping what was written since; RollbackToSavepoint(n) undoes what was written since
+  // mark n and keeps the mark, ended by a release.
   virtual Status Savepoint(int level) = 0;
   virtual Status ReleaseSavepoint(int level) = 0;
   virtual Status RollbackToSavepoint(int level) = 0;
@@ -135,6 +136,14 @@ class Backend {
                         const uint8_t* keys, int64_t* new_version) = 0;
   // Removes the record at pos if it still has version; 80 when it is gone or changed.
   virtual Status Delete(Table* table, int32_t pos, int64_t version) = 0;
+
+  // --- Undoing writes inside the open transaction ---
+  // Puts a record back exactly as it was (position, version, record, keys): rewrites the
+  // one at pos when exists, else inserts it at pos. Removes the record at pos whatever its
+  // version. Used to abandon a nested batch without a savepoint.
+  virtual Status Restore(Table* table, int32_t pos, int64_t version, const uint8_t* data,
+                         const uint8_t* keys, bool exists) = 0;
+  virtual Status Erase(Table* table, int32_t pos) = 0;
 };
 
 // Opens the store of a directory (create: make it when missing). Answers null with

@@ -79,6 +79,12 @@ class FaultBackend final : public Backend {
     if (Status st = Write()) return st;
     return inner_->Delete(table, pos, version);
   }
+  // Undoing is part of abandoning a batch, like Rollback: never failed on purpose.
+  Status Restore(Table* table, int32_t pos, int64_t version, const uint8_t* data,
+                 const uint8_t* keys, bool exists) override {
+    return inner_->Restore(table, pos, version, data, keys, exists);
+  }
+  Status Erase(Table* table, int32_t pos) override { return inner_->Erase(table, pos); }
 
  private:
   // Counts one call; answers the status to fail it with, or 0 to pass it on.

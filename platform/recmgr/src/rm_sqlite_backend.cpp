@@ -153,6 +153,7 @@ struct SqlTable final : Table {
   std::vector<std::array<std::array<Stmt, 2>, kSeekOpCount>> seek;
   std::vector<Stmt> read_at_key;  // [slot]
   Stmt read_at, step_forward, step_back, count, insert, update, check, erase, erase_pos;
+  Stmt put_back, rewrite;  // undoing: a record inserted at its old position, or rewritten
 };
 
 class SqliteBackend final : public Backend {
@@ -200,6 +201,9 @@ class SqliteBackend final : public Backend {
   Status Update(Table* table, int32_t pos, int64_t version, const uint8_t* data,
                 const uint8_t* keys, int64_t* new_version) override;
   Status Delete(Table* table, int32_t pos, int64_t version) override;
+  Status Restore(Table* table, int32_t pos, int64_t version, const uint8_t* data,
+                 const uint8_t* keys, bool exists) override;
+  Status Erase(Table* table, int32_t pos) override;
 
  private:
   // Catalogue and transaction statements.
@@ -327,7 +331,9 @@ Status SqliteBackend::Init(bool create) {
   if (!wal) return kStatusIoError;
   // A company's files are a few megabytes to a few hundred; SQLite's default 2 MB page
   // cache would send most reads of a lookup-heavy session to the kernel.
-  Status st = Exec("PRAGMA synchronous=FULL; PRAGMA cache_size=-32768");
+  // Savepoints keep their undo journals in temporary files: in memory they cost a few
+  // kilobytes instead of a file written for every nested batch.
+  Status st = Exec("PRAGMA synchronous=FULL; PRAGMA cache_size=-32768; PRAGMA temp_store=MEMORY");
   if (st != kStatusOk) return st;
   if (create) {
     st = Exec(
@@ -535,9 +541,7 @@ Status SqliteBackend::RollbackToSavepoint(int level) {
   if (level < 1 || !InTransaction() || savepoints_.size() < static_cast<size_t>(level)) {
     return kStatusNoBatch;
   }
-  Status st = RunStatement(savepoints_[level - 1][2], Numbered("ROLLBACK TO b", level));
-  if (st == kStatusOk) st = RunStatement(savepoints_[level - 1][1], Numbered("RELEASE b", level));
-  return st;
+  return RunStatement(savepoints_[level - 1][2], Numbered("ROLLBACK TO b", level));
 }
 
 std::string SqliteBackend::SeekSql(const SqlTable* t, int slot, SeekOp op, bool key_only) const {
@@ -872,6 +876,62 @@ Status SqliteBackend::Delete(Table* table, int32_t pos, int64_t version) {
   rc = sqlite3_step(s);
   if (rc != SQLITE_DONE) return Fail(rc);
   return sqlite3_changes(db_) == 1 ? kStatusOk : kStatusConflict;
+}
+
+Status SqliteBackend::Restore(Table* table, int32_t pos, int64_t version, const uint8_t* data,
+                              const uint8_t* keys, bool exists) {
+  StartCall();
+  EndScans();
+  SqlTable* t = static_cast<SqlTable*>(table);
+  const size_t n = t->shape.key_lengths.size();
+  // Parameters: ?1 pos, ?2 version, ?3 record, ?4.. the keys in slot order.
+  Stmt& stmt = exists ? t->rewrite : t->put_back;
+  if (stmt.get() == nullptr) {
+    std::string sql;
+    if (exists) {
+      sql = "UPDATE " + t->name + " SET ver=?2, data=?3";
+      for (size_t i = 0; i < n; ++i) sql += Numbered(", k", i) + Numbered("=?", i + 4);
+      sql += " WHERE pos=?1";
+    } else {
+      std::string values = "VALUES(?1, ?2, ?3";
+      sql = "INSERT INTO " + t->name + "(pos, ver, data";
+      for (size_t i = 0; i < n; ++i) {
+        sql += Numbered(", k", i);
+        values += Numbered(", ?", i + 4);
+      }
+      sql += ") " + values + ")";
+    }
+    int rc = stmt.Prepare(db_, sql);
+    if (rc != SQLITE_OK) return Fail(rc);
+  }
+  sqlite3_stmt* s = stmt.get();
+  ResetOnExit reset(s);
+  sqlite3_bind_int64(s, 1, pos);
+  sqlite3_bind_int64(s, 2, version);
+  sqlite3_bind_blob(s, 3, data, static_cast<int>(t->shape.record_length), SQLITE_STATIC);
+  const uint8_t* k = keys;
+  for (size_t i = 0; i < n; ++i) {
+    sqlite3_bind_blob(s, static_cast<int>(i + 4), k, static_cast<int>(t->shape.key_lengths[i]),
+                      SQLITE_STATIC);
+    k += t->shape.key_lengths[i];
+  }
+  int rc = sqlite3_step(s);
+  if (rc != SQLITE_DONE) return Fail(rc);
+  return sqlite3_changes(db_) == 1 ? Status{kStatusOk} : Status{kStatusIoError};
+}
+
+Status SqliteBackend::Erase(Table* table, int32_t pos) {
+  StartCall();
+  EndScans();
+  SqlTable* t = static_cast<SqlTable*>(table);
+  int rc = t->erase_pos.Prepare(db_, "DELETE FROM " + t->name + " WHERE pos=?1");
+  if (rc != SQLITE_OK) return Fail(rc);
+  sqlite3_stmt* s = t->erase_pos.get();
+  ResetOnExit reset(s);
+  sqlite3_bind_int64(s, 1, pos);
+  rc = sqlite3_step(s);
+  if (rc != SQLITE_DONE) return Fail(rc);
+  return sqlite3_changes(db_) == 1 ? Status{kStatusOk} : Status{kStatusIoError};
 }
 
 }  // namespace

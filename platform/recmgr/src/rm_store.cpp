@@ -186,6 +186,39 @@ Status ResolveName(const char* name, FileName* out) {
   return kStatusOk;
 }
 
+Status MarkNestedBatches(Store* store) {
+  // Batches without a savepoint are the innermost ones (a savepoint is made for all of
+  // them at once), so one made now nests inside every earlier one.
+  if (store->nested.empty() || store->nested.back().savepoint != 0) return kStatusOk;
+  Status st = store->Call().Savepoint(store->savepoints + 1);
+  if (st != kStatusOk) {
+    if (!store->Call().InTransaction()) store->batch_failure = st;
+    return st;
+  }
+  ++store->savepoints;
+  for (auto it = store->nested.rbegin(); it != store->nested.rend() && it->savepoint == 0; ++it) {
+    it->savepoint = store->savepoints;
+    it->undo_before_savepoint = it->undo.size();
+  }
+  return kStatusOk;
+}
+
+void Store::EndBatches() {
+  batch_depth = 0;
+  batch_failure = kStatusOk;
+  touched.clear();
+  nested.clear();
+  savepoints = 0;
+  for (auto it = files.begin(); it != files.end();) {
+    if (it->second->handles == 0) {
+      Call().DetachTable(it->second->table);
+      it = files.erase(it);
+    } else {
+      ++it;
+    }
+  }
+}
+
 WriteScope::~WriteScope() {
   if (open_ && own_) store_->Call().Rollback();
 }

@@ -43,6 +43,26 @@ struct OpenFile {
   int handles = 0;
 };
 
+// How to undo one write of a nested batch: remove a record it inserted, rewrite one it
+// updated, or insert again one it deleted, at its old position with its old version.
+struct UndoEntry {
+  enum Kind : uint8_t { kErase, kRewrite, kReinsert };
+  Kind kind = kErase;
+  int64_t file_id = 0;
+  int32_t pos = 0;
+  int64_t version = 0;
+  std::vector<uint8_t> data;  // the record and its keys as they were (kRewrite, kReinsert)
+  std::vector<uint8_t> keys;
+};
+
+// A batch begun inside another one.
+struct NestedBatch {
+  std::vector<UndoEntry> undo;
+  int savepoint = 0;                 // made by a catalogue change inside it; 0 when none
+  size_t undo_before_savepoint = 0;  // entries the savepoint's rollback does not undo
+  size_t touched_mark = 0;           // touched's size when it began
+};
+
 struct Store {
   // Every use of the backend goes through here, so that StoreCallCount sees it.
   Backend& Call() {
@@ -58,12 +78,24 @@ struct Store {
 
   // Guarded by mu.
   std::map<int64_t, std::unique_ptr<OpenFile>> files;
-  // Batches: the outermost is the store's write transaction, each one inside it a
-  // savepoint (level = depth - 1).
+  // Batches: the outermost is the store's write transaction. Each batch inside it keeps an
+  // undo log of its writes (what puts each record back), so that it can be abandoned alone
+  // at the cost of a few record copies; a catalogue change inside one (a file made or
+  // removed) cannot be undone that way and makes a savepoint for every open nested batch
+  // instead, shared by those that start at the same place.
   int batch_depth = 0;
-  Status batch_failure = 0;           // the store undid the batch by itself: it can only fail
-  std::vector<int64_t> touched;       // files changed in the open batch
-  std::vector<size_t> touched_marks;  // touched's size where each savepoint began
+  Status batch_failure = 0;         // the store undid the batch by itself: it can only fail
+  std::vector<int64_t> touched;     // files changed in the open batch
+  std::vector<NestedBatch> nested;  // batch_depth - 1 of them, innermost last
+  int savepoints = 0;               // savepoints open in the transaction
+
+  // Clears the batch bookkeeping once the transaction has ended, and lets go of the files
+  // whose last handle closed while it was open (their undo entries are gone with it).
+  void EndBatches();
+  // Records how to undo a write in the innermost nested batch (nothing outside one).
+  void LogUndo(UndoEntry entry) {
+    if (!nested.empty()) nested.back().undo.push_back(std::move(entry));
+  }
 };
 
 // Finds or opens the store of a canonical directory (create: make records.db when
@@ -81,6 +113,10 @@ struct FileName {
 };
 // Answers 0, or 12 when the name is empty or its directory does not exist.
 Status ResolveName(const char* name, FileName* out);
+
+// Before a catalogue change inside nested batches: makes a savepoint for every open nested
+// batch that has none. Answers 0, or the failed savepoint's status. mu must be held.
+Status MarkNestedBatches(Store* store);
 
 // Brackets one write: inside a batch it joins it, otherwise it is a transaction of its
 // own that also sets the file's change time. End commits or undoes. mu must be held.
