@@ -165,8 +165,8 @@ int32_t NumRecsInFile(BtrvFile* f);
 uint8_t UnlockOneRecord(BtrvFile* f);
 
 // Batches. bBeginBatchUpdate begins a write transaction on the file's store, or, when this
-// process has one open there already, a batch inside it (a savepoint); everything commits
-// when the outermost batch ends. Writers of other processes queue for the store in about
+// process has one open there already, a batch inside it that can be abandoned alone (it
+// keeps an undo log of its writes); everything commits when the outermost batch ends. Writers of other processes queue for the store in about
 // the order they asked; one kept waiting longer than the batch wait gets 85. Each answers
 // 1 on success, or 0 with the status readable by GetErrorCode (a failed begin opens no
 // level; the caller must not end or abandon it).
