@@ -17,6 +17,7 @@
 
 namespace {
 
+using Doubles = std::vector<double>;
 DatesType Day(int day) { return DatesType{static_cast<uint8_t>(day), 5, 2024}; }
 
 InvTagRec Tag(uint32_t post, int16_t index, int8_t type, double cost, double adjust = 0) {
@@ -40,6 +41,18 @@ InvTagRec Daily(int32_t item, int day, double below_zero, uint32_t post = 0) {
   rec.Date = Day(day);
   rec.BelowZeroAmount = below_zero;
   return rec;
+}
+
+// An adjustment pair query's answer and its four outputs, which start at 9, 8, 7 and 6.
+using PairQuery = uint8_t (*)(uint32_t, int16_t, double*, double*, int32_t*, int32_t*);
+Doubles Pair(PairQuery query, uint32_t post, int16_t index) {
+  double first = 9, second = 8;
+  int32_t link1 = 7, link2 = 6;
+  const double ok = query(post, index, &first, &second, &link1, &link2);
+  return {ok, first, second, static_cast<double>(link1), static_cast<double>(link2)};
+}
+uint8_t BelowZero(uint32_t item, int16_t day, double* a, double* b, int32_t* c, int32_t* d) {
+  return GetBelowZeroAdj(static_cast<int32_t>(item), Day(day), a, b, c, d);
 }
 
 class InvTagTest : public CompanyTest {
@@ -87,14 +100,13 @@ TEST_F(InvTagTest, KeyedReadersCountEveryCall) {
   const int32_t reads = ReadCount;
   InvTagRec rec = Tag(15, 0, 0, 0);  // the search key of GE and LE: (15, 0)
   auto cost = [&](auto read) { return read(tags_, &rec, kInvTagKeyPostOrder) ? rec.Cost : -1; };
-  EXPECT_EQ((std::vector<double>{cost(GetInvTagRecGE), cost(GetFirstInvTagRec),
-                                 cost(GetNextInvTagRec), cost(GetPreviousInvTagRec)}),
-            (std::vector<double>{3, 4, 2, 4}));
+  EXPECT_EQ((Doubles{cost(GetInvTagRecGE), cost(GetFirstInvTagRec), cost(GetNextInvTagRec),
+                     cost(GetPreviousInvTagRec)}),
+            (Doubles{3, 4, 2, 4}));
   rec = Tag(15, 0, 0, 0);
   EXPECT_EQ(cost(GetInvTagRecLE), 2);
   rec = Tag(20, 0, 0, 99);
-  EXPECT_EQ(cost(GetInvTagRecEq), -1);
-  EXPECT_EQ(rec.Cost, 99);  // left as it was
+  EXPECT_EQ((Doubles{cost(GetInvTagRecEq), rec.Cost}), (Doubles{-1, 99}));  // left as it was
   EXPECT_EQ(GetInvTagRecEq(nullptr, &rec, kInvTagKeyPostOrder), 0);
   EXPECT_EQ(ReadCount - reads, 7);
 }
@@ -106,22 +118,19 @@ TEST_F(InvTagTest, DailyRecordSearchStaysWithinTheItemAndTheDate) {
   Put({Daily(7, 1, 1, 255), Tag(2, 0, kInvTagSaleCost, 5), sale, Daily(7, 5, 5), Daily(6, 9, 6),
        Daily(8, 2, 8)});
   BtrvFile* file = tags_;
-  InvTagRec out = Tag(0, 0, 0, 0);
   auto found = [&](int day, int16_t mode) {
+    InvTagRec out = Tag(0, 0, 0, 0);
     out.BelowZeroAmount = -1;
     return GetInvDailyRec(file, 7, &out, Day(day), mode) == 1 ? out.BelowZeroAmount : -1;
   };
-  EXPECT_EQ(found(1, kDailyNextAfter), 5);   // passes the sale of day 3
-  EXPECT_EQ(found(5, kDailyNextAfter), -1);  // item 8's record is not item 7's
-  EXPECT_EQ(found(5, kDailyLastBefore), 1);  // day 1, past the sale of day 3
-  EXPECT_EQ(found(2, kDailyLastBefore), 1);
-  EXPECT_EQ(found(6, kDailyLastBefore), 5);
-  EXPECT_EQ(found(1, kDailyLastBefore), -1);  // item 6's record is not item 7's
-  EXPECT_EQ(found(5, kDailyOnDate), 5);
-  EXPECT_EQ(found(1, kDailyOnDate), 1);
-  EXPECT_EQ(found(3, kDailyOnDate), -1);  // not the record of day 5
-  EXPECT_EQ(found(4, kDailyOnDate), -1);
-  EXPECT_EQ(found(5, 4), -1);
+  // Next after day 1 passes the sale of day 3 and item 8's record is not item 7's; last
+  // before day 5 passes the sale, and item 6's record is not item 7's; day 3 is not day 5.
+  EXPECT_EQ(
+      (Doubles{found(1, kDailyNextAfter), found(5, kDailyNextAfter), found(5, kDailyLastBefore),
+               found(2, kDailyLastBefore), found(6, kDailyLastBefore), found(1, kDailyLastBefore),
+               found(5, kDailyOnDate), found(1, kDailyOnDate), found(3, kDailyOnDate),
+               found(4, kDailyOnDate), found(5, 4)}),
+      (Doubles{5, -1, 1, 1, 5, -1, 5, 1, -1, -1, -1}));
   file = nullptr;
   EXPECT_EQ(found(5, kDailyOnDate), -1);
 }
@@ -130,53 +139,37 @@ TEST_F(InvTagTest, SaleAdjustmentAndAssemblyCosts) {
   Put({Tag(100, 0, kInvTagSaleCost2, 12.5), Tag(100, 1, kInvTagSaleCost, 3.25),
        Tag(100, 2, kInvTagAssemblyCost, 8, 2), Tag(200, 0, kInvTagSaleCost2, 40),
        Tag(200, 3, kInvTagSaleCost2, 99)});
-  EXPECT_EQ(GetSaleCost(100, 0), -12.5);
-  EXPECT_EQ(GetSaleCost(100, 1), -3.25);
-  EXPECT_EQ(GetSaleCost(100, 2), 0);  // a type-30 tag is no sale cost
-  EXPECT_EQ(GetSaleCost(100, 3), 0);
-  // An adjustment's cost is on distribution 0 whatever the index; -1 asks the positive side.
-  EXPECT_EQ(GetInvAdjCost(200, 3), -40);
-  EXPECT_EQ(GetInvAdjCost(200, 0), -40);
-  EXPECT_EQ(GetInvAdjCost(200, -1), 40);
-  EXPECT_EQ(GetInvAdjCost(300, -1), 0);
-
-  double cost = -1;
-  EXPECT_EQ(GetAssemblyCost(100, 2, &cost), 1);
-  EXPECT_EQ(cost, 6);  // less the adjustment
-  EXPECT_EQ(GetAssemblyCost(100, 0, &cost), 1);
-  EXPECT_EQ(cost, 12.5);
-  EXPECT_EQ(GetAssemblyCost(100, 0, nullptr), 1);
-  cost = -1;
-  EXPECT_EQ(GetAssemblyCost(100, 9, &cost), 0);
-  EXPECT_EQ(cost, -1);
-  EXPECT_NE(GetInternalInvTagFile(), nullptr);  // opened by the first query
+  // A type-30 tag is no sale cost. An adjustment's cost is on distribution 0 whatever the
+  // index; -1 asks the positive side.
+  EXPECT_EQ((Doubles{GetSaleCost(100, 0), GetSaleCost(100, 1), GetSaleCost(100, 2),
+                     GetSaleCost(100, 3), GetInvAdjCost(200, 3), GetInvAdjCost(200, 0),
+                     GetInvAdjCost(200, -1), GetInvAdjCost(300, -1)}),
+            (Doubles{-12.5, -3.25, 0, 0, -40, -40, 40, 0}));
+  double cost = -1, full = -1, missing = -1;
+  EXPECT_EQ((Doubles{static_cast<double>(GetAssemblyCost(100, 2, &cost)),
+                     static_cast<double>(GetAssemblyCost(100, 0, &full)),
+                     static_cast<double>(GetAssemblyCost(100, 0, nullptr)),
+                     static_cast<double>(GetAssemblyCost(100, 9, &missing)), cost, full, missing}),
+            (Doubles{1, 1, 1, 0, 6, 12.5, -1}));  // less the adjustment; left as it was
+  EXPECT_NE(GetInternalInvTagFile(), nullptr);    // opened by the first query
 }
 
 TEST_F(InvTagTest, AdjustmentPairsGiveBothSidesOfOneMovement) {
   Put({Tag(100, 0, kInvTagAssemblyCost, 8, 4.25), Tag(100, 1, kInvTagAssemblyCost, 8, 0),
        Tag(100, 2, kInvTagSaleCost2, 8, 4.25), Daily(7, 4, 7.5), Daily(7, 6, 0)});
-  for (auto query : {GetAssemblyUnbuildAdj, GetPurchaseRetAdj}) {
-    double first = 0, second = 0;
-    int32_t link1 = 0, link2 = 0;
-    ASSERT_EQ(query(100, 0, &first, &second, &link1, &link2), 1);
-    EXPECT_EQ((std::vector<double>{first, second}), (std::vector<double>{-4.25, 4.25}));
-    EXPECT_EQ((std::vector<int32_t>{link1, link2}), (std::vector<int32_t>{1001, 1002}));
+  for (PairQuery query : {GetAssemblyUnbuildAdj, GetPurchaseRetAdj}) {
+    EXPECT_EQ(Pair(query, 100, 0), (Doubles{1, -4.25, 4.25, 1001, 1002}));
+    double second = 0;
     EXPECT_EQ(query(100, 0, nullptr, &second, nullptr, nullptr), 1);
-    first = 3;
     for (int16_t index : {1, 2, 3}) {  // zero amount, not type 30, no tag
       SCOPED_TRACE(index);
-      EXPECT_EQ(query(100, index, &first, &second, &link1, &link2), 0);
+      EXPECT_EQ(Pair(query, 100, index), (Doubles{0, 9, 8, 7, 6}));
     }
-    EXPECT_EQ(first, 3);
   }
-  double first = 0, second = 0;
-  int32_t link1 = 0, link2 = 0;
-  ASSERT_EQ(GetBelowZeroAdj(7, Day(4), &first, &second, &link1, &link2), 1);
-  EXPECT_EQ((std::vector<double>{first, second}), (std::vector<double>{-7.5, 7.5}));
-  EXPECT_EQ(link1, 1);
-  EXPECT_EQ(GetBelowZeroAdj(7, Day(6), &first, &second, &link1, &link2), 0);  // zero amount
-  EXPECT_EQ(GetBelowZeroAdj(7, Day(5), &first, &second, &link1, &link2), 0);  // none that day
-  EXPECT_EQ(first, -7.5);
+  const Doubles below = Pair(BelowZero, 7, 4);
+  EXPECT_EQ(Doubles(below.begin(), below.begin() + 4), (Doubles{1, -7.5, 7.5, 1}));
+  EXPECT_EQ(Pair(BelowZero, 7, 6), (Doubles{0, 9, 8, 7, 6}));  // zero amount
+  EXPECT_EQ(Pair(BelowZero, 7, 5), (Doubles{0, 9, 8, 7, 6}));  // none that day
 }
 
 // Receipt 900 takes distributions 0 to 2 from sale 100 (half of them) and 3 to 5 from sale
@@ -190,20 +183,13 @@ TEST_F(InvTagTest, CashBasisCostsReceiptRowsFromTheirSalesTags) {
   MyCompany.CashBasis = 0;
   EXPECT_EQ(GetSaleCost(900, 1), 0);
   MyCompany.CashBasis = 1;
-  EXPECT_EQ(GetSaleCost(900, 1), -5);
-  EXPECT_EQ(GetSaleCost(900, 4), -3.33);  // the type is not tested on this path
-  EXPECT_EQ(GetSaleCost(900, 0), 0);      // sale 100 has no distribution 0
-  EXPECT_EQ(GetSaleCost(900, 6), 0);
-  EXPECT_EQ(GetSaleCost(899, 0), 0);
-
-  double first = 0, second = 0;
-  int32_t link1 = 0, link2 = 0;
-  ASSERT_EQ(GetPurchaseRetAdj(900, 4, &first, &second, &link1, &link2), 1);
-  EXPECT_EQ((std::vector<double>{first, second}), (std::vector<double>{-3.33, 3.33}));
-  EXPECT_EQ((std::vector<int32_t>{link1, link2}), (std::vector<int32_t>{2001, 2002}));
-  EXPECT_EQ(GetPurchaseRetAdj(900, 5, &first, &second, &link1, &link2), 0);  // under a cent
-  EXPECT_EQ(GetPurchaseRetAdj(900, 1, &first, &second, &link1, &link2), 0);  // not type 30
-  EXPECT_EQ(first, -3.33);
+  // The type is not tested on this path; sale 100 has no distribution 0.
+  EXPECT_EQ((Doubles{GetSaleCost(900, 1), GetSaleCost(900, 4), GetSaleCost(900, 0),
+                     GetSaleCost(900, 6), GetSaleCost(899, 0)}),
+            (Doubles{-5, -3.33, 0, 0, 0}));
+  EXPECT_EQ(Pair(GetPurchaseRetAdj, 900, 4), (Doubles{1, -3.33, 3.33, 2001, 2002}));
+  EXPECT_EQ(Pair(GetPurchaseRetAdj, 900, 5), (Doubles{0, 9, 8, 7, 6}));  // under a cent
+  EXPECT_EQ(Pair(GetPurchaseRetAdj, 900, 1), (Doubles{0, 9, 8, 7, 6}));  // not type 30
 }
 
 TEST_F(InvTagTest, FailingStoreAnswersZeroAndLeavesOutputs) {
@@ -217,15 +203,15 @@ TEST_F(InvTagTest, FailingStoreAnswersZeroAndLeavesOutputs) {
   plan->Arm(1, kStatusIoError, true);
   double cost = 1, first = 2;
   int32_t link = 3;
-  EXPECT_EQ(GetSaleCost(100, 0), 0);
-  EXPECT_EQ(GetInvAdjCost(100, 0), 0);
-  EXPECT_EQ(GetAssemblyCost(100, 0, &cost), 0);
-  EXPECT_EQ(GetAssemblyUnbuildAdj(100, 0, &first, nullptr, &link, nullptr), 0);
-  EXPECT_EQ(GetBelowZeroAdj(7, Day(4), &first, nullptr, &link, nullptr), 0);
+  EXPECT_EQ(
+      (Doubles{GetSaleCost(100, 0), GetInvAdjCost(100, 0),
+               static_cast<double>(GetAssemblyCost(100, 0, &cost)),
+               static_cast<double>(GetAssemblyUnbuildAdj(100, 0, &first, nullptr, &link, nullptr)),
+               static_cast<double>(GetBelowZeroAdj(7, Day(4), &first, nullptr, &link, nullptr)),
+               cost, first, static_cast<double>(link)}),
+      (Doubles{0, 0, 0, 0, 0, 1, 2, 3}));
   EXPECT_GT(plan->failures.load(), 0);
   plan->Disarm();
-  EXPECT_EQ((std::vector<double>{cost, first, static_cast<double>(link)}),
-            (std::vector<double>{1, 2, 3}));
   EXPECT_EQ(GetAssemblyCost(100, 0, &cost), 1);
 }
 
@@ -243,30 +229,26 @@ TEST_F(InvTagTest, CostQueriesFromThreadsMatchOneThread) {
   Put(records);
   Link(10, 0, 0.5);
   Link(20, 4, 0.25);
-  const std::vector<uint32_t> posts = {1, 2, 10, 20, 33, 59, 60, 61, 900};
-  auto answers = [&posts] {
-    std::vector<double> all;
-    for (uint32_t post : posts) {
+  auto answers = [] {
+    Doubles all;
+    for (uint32_t post : {1, 2, 10, 20, 33, 59, 60, 61, 900}) {
       for (int16_t index = -1; index < 6; ++index) {
-        double cost = 0, first = 0, second = 0;
-        int32_t link1 = 0, link2 = 0;
+        double cost = 0;
         all.push_back(GetSaleCost(post, index));
         all.push_back(GetInvAdjCost(post, index));
         all.push_back(GetAssemblyCost(post, index, &cost) + cost);
-        all.push_back(GetAssemblyUnbuildAdj(post, index, &first, &second, &link1, &link2) + first);
-        all.push_back(GetPurchaseRetAdj(post, index, &first, &second, &link1, &link2) + second);
-        all.push_back(
-            GetBelowZeroAdj(static_cast<int32_t>(post), Day(4), &first, &second, &link1, &link2) +
-            first + link1);
+        for (PairQuery query : {GetAssemblyUnbuildAdj, GetPurchaseRetAdj}) {
+          for (double value : Pair(query, post, index)) all.push_back(value);
+        }
+        for (double value : Pair(BelowZero, post, 4)) all.push_back(value);
       }
     }
     return all;
   };
-  const std::vector<double> expected = answers();
+  const Doubles expected = answers();
   const BtrvFile* main_handle = GetInternalInvTagFile();
   ASSERT_NE(main_handle, nullptr);
-
-  std::vector<std::vector<double>> got(4);
+  std::vector<Doubles> got(4);
   std::vector<const BtrvFile*> handles(4);
   std::vector<std::thread> threads;
   for (int t = 0; t < 4; ++t) {
@@ -280,9 +262,7 @@ TEST_F(InvTagTest, CostQueriesFromThreadsMatchOneThread) {
   for (int t = 0; t < 4; ++t) {
     SCOPED_TRACE(t);
     EXPECT_NE(handles[t], main_handle);
-    ASSERT_EQ(got[t].size(), expected.size());
-    for (size_t i = 0; i < expected.size(); ++i)
-      EXPECT_EQ(got[t][i], expected[i]) << "answer " << i;
+    EXPECT_EQ(got[t], expected);
   }
 }
 

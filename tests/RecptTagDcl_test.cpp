@@ -16,12 +16,12 @@
 
 namespace {
 
-JournalKey1Type Key(int16_t journal, int32_t number) {
+JournalKey1Type Key(int16_t journal, int32_t number, int16_t period = 16) {
   JournalKey1Type key;
   std::memset(&key, 0, sizeof key);
   key.JournalType = journal;
   key.TrxNumber = number;
-  key.Period = 16;
+  key.Period = period;
   return key;
 }
 
@@ -30,18 +30,24 @@ const JournalKey1Type kSaleB = Key(SJ, 102);
 const JournalKey1Type kPurchase = Key(PJ, 103);
 const JournalKey1Type kReceipt = Key(CRJ, 501);
 const JournalKey1Type kOtherReceipt = Key(CRJ, 502);
-
 // A receipt key no receipt has been given yet: zero but for its journal type.
-JournalKey1Type Unassigned() {
-  JournalKey1Type key;
-  std::memset(&key, 0, sizeof key);
-  key.JournalType = kUnassignedReceiptJournal;
-  return key;
-}
+const JournalKey1Type kUnassigned = Key(kUnassignedReceiptJournal, 0, 0);
 
 bool Same(const JournalKey1Type& a, const JournalKey1Type& b) {
   return std::memcmp(&a, &b, sizeof a) == 0;
 }
+
+// A saved transaction's journal record, freed at the end of the scope.
+struct Saved {
+  Saved(const JournalKey1Type& key, uint32_t post_order, uint8_t flag) {
+    EXPECT_EQ(AllocateJournalRecord(&record), 1);
+    record->Key1 = key;
+    record->PostOrder = post_order;
+    record->Flag5949 = flag;
+  }
+  ~Saved() { DeAllocateJournalRecord(&record); }
+  JournalRecord* record = nullptr;
+};
 
 class RecptTagTest : public CompanyTest {
  protected:
@@ -57,14 +63,22 @@ class RecptTagTest : public CompanyTest {
   }
   void Open() { ASSERT_NE(OpenRecptTagFile(&file_, kOpenModeNormal), 0); }
 
-  // A tag of sale for receipt (unassigned when receipt is null) at row offset.
-  uint8_t Add(const JournalKey1Type& sale, const JournalKey1Type* receipt, uint16_t offset,
-              uint32_t receipt_post = 0, uint8_t flags = 1) {
-    const JournalKey1Type none = Key(0, 0);
-    return AddTagForSaleReceipt(file_, sale, 40 + static_cast<uint32_t>(sale.TrxNumber),
-                                receipt != nullptr ? *receipt : none, offset, 0.25,
-                                DatesType{3, 4, 2024}, flags, flags, receipt_post,
-                                receipt != nullptr ? 1 : 0, 77);
+  // Tags of sale for receipt (unassigned when receipt is null) at row offset.
+  struct Spec {
+    const JournalKey1Type& sale;
+    const JournalKey1Type* receipt;
+    uint16_t offset;
+    uint32_t receipt_post = 0;
+    uint8_t flags = 1;
+  };
+  void Add(std::initializer_list<Spec> specs) {
+    for (const Spec& t : specs) {
+      ASSERT_EQ(AddTagForSaleReceipt(file_, t.sale, 40 + static_cast<uint32_t>(t.sale.TrxNumber),
+                                     t.receipt != nullptr ? *t.receipt : Key(0, 0), t.offset, 0.25,
+                                     DatesType{3, 4, 2024}, t.flags, t.flags, t.receipt_post,
+                                     t.receipt != nullptr ? 1 : 0, 77),
+                1);
+    }
   }
   // Every tag, in receipt post order and row offset.
   std::vector<RecptTagRec> All() {
@@ -87,14 +101,24 @@ class RecptTagTest : public CompanyTest {
     return sales;
   }
 
+  // Every tag's bytes, in receipt post order and row offset.
+  std::vector<uint8_t> Bytes() {
+    std::vector<uint8_t> all;
+    for (const RecptTagRec& tag : All()) {
+      const auto* p = reinterpret_cast<const uint8_t*>(&tag);
+      all.insert(all.end(), p, p + sizeof tag);
+    }
+    return all;
+  }
+
   BtrvFile* file_ = nullptr;
 };
 
 TEST_F(RecptTagTest, SwitchClearSucceedsAndTouchesNothing) {
   Open();
-  ASSERT_EQ(Add(kSaleA, nullptr, 0), 1);
+  Add({{kSaleA, nullptr, 0}});
   MyCompany.CashBasis = 0;
-  EXPECT_EQ(Add(kSaleB, &kReceipt, 0, 900), 1);
+  Add({{kSaleB, &kReceipt, 0, 900}});
   EXPECT_TRUE(UpdateTagForReceipt(file_, kReceipt, 0));
   EXPECT_TRUE(DeleteTagsForSaleByKey(file_, kSaleA));
   EXPECT_TRUE(DeleteTagsForReceiptByKey(nullptr, kReceipt));
@@ -102,11 +126,7 @@ TEST_F(RecptTagTest, SwitchClearSucceedsAndTouchesNothing) {
   std::memset(&tag, 0xAB, sizeof tag);
   EXPECT_EQ(GetTagRecForRecptDist(&tag, 900, 0), 1);
   EXPECT_EQ(tag.RowOffset, 0xABAB);  // answered without a read
-  JournalRecord* record = nullptr;
-  ASSERT_EQ(AllocateJournalRecord(&record), 1);
-  record->Key1 = kSaleA;
-  EXPECT_TRUE(UpdateSaleReceiptTag(nullptr, record));
-  DeAllocateJournalRecord(&record);
+  EXPECT_TRUE(UpdateSaleReceiptTag(nullptr, Saved(kSaleA, 0, 0).record));
   EXPECT_EQ(RecptTagFile, nullptr);
   ASSERT_EQ(All().size(), 1u);  // only the tag added with the switch set
   EXPECT_TRUE(Same(All()[0].SaleKey, kSaleA));
@@ -114,11 +134,10 @@ TEST_F(RecptTagTest, SwitchClearSucceedsAndTouchesNothing) {
 
 TEST_F(RecptTagTest, AddedTagMarksAnUnassignedReceipt) {
   Open();
-  ASSERT_EQ(Add(kSaleA, nullptr, 2, 900), 1);  // receipt post order ignored without receipt
-  ASSERT_EQ(Add(kSaleB, &kReceipt, 3, 900), 1);
+  Add({{kSaleA, nullptr, 2, 900}, {kSaleB, &kReceipt, 3, 900}});  // 900 ignored for A
   const std::vector<RecptTagRec> tags = All();
   ASSERT_EQ(tags.size(), 2u);
-  EXPECT_TRUE(Same(tags[0].ReceiptKey, Unassigned()));
+  EXPECT_TRUE(Same(tags[0].ReceiptKey, kUnassigned));
   EXPECT_EQ(tags[0].ReceiptPostOrder, 0u);
   EXPECT_TRUE(Same(tags[1].ReceiptKey, kReceipt));
   EXPECT_EQ(tags[1].ReceiptPostOrder, 900u);
@@ -127,9 +146,10 @@ TEST_F(RecptTagTest, AddedTagMarksAnUnassignedReceipt) {
 
 TEST_F(RecptTagTest, DistributionFindsTheTagWithTheGreatestOffsetNotAboveIt) {
   Open();
-  ASSERT_EQ(Add(kSaleA, &kReceipt, 0, 900), 1);  // distributions 0 to 2
-  ASSERT_EQ(Add(kSaleB, &kReceipt, 3, 900), 1);  // distributions 3 to 5
-  ASSERT_EQ(Add(kPurchase, &kOtherReceipt, 0, 901), 1);
+  // Sale A takes distributions 0 to 2, sale B 3 to 5.
+  Add({{kSaleA, &kReceipt, 0, 900},
+       {kSaleB, &kReceipt, 3, 900},
+       {kPurchase, &kOtherReceipt, 0, 901}});
   RecptTagRec tag;
   const int32_t expected[] = {101, 101, 101, 102, 102, 102, 102};
   for (uint16_t index = 0; index < 7; ++index) {
@@ -151,9 +171,7 @@ TEST_F(RecptTagTest, DistributionFindsTheTagWithTheGreatestOffsetNotAboveIt) {
 
 TEST_F(RecptTagTest, KeyWalksStopAtTheFirstTagOfAnotherKeyAndDeletesTakeOnlyTheirKey) {
   Open();
-  ASSERT_EQ(Add(kSaleA, &kReceipt, 0, 900), 1);
-  ASSERT_EQ(Add(kSaleA, &kOtherReceipt, 0, 901), 1);
-  ASSERT_EQ(Add(kSaleB, &kReceipt, 4, 900), 1);
+  Add({{kSaleA, &kReceipt, 0, 900}, {kSaleA, &kOtherReceipt, 0, 901}, {kSaleB, &kReceipt, 4, 900}});
   RecptTagRec tag;
   ASSERT_EQ(GetTagRecForSaleKey(file_, &tag, kSaleA, kTagFirst), 1);
   EXPECT_EQ(tag.ReceiptPostOrder, 900u);
@@ -170,7 +188,7 @@ TEST_F(RecptTagTest, KeyWalksStopAtTheFirstTagOfAnotherKeyAndDeletesTakeOnlyThei
   EXPECT_EQ(tag.SaleKey.TrxNumber, 102);
   EXPECT_EQ(GetTagRecForReceiptKey(file_, &tag, kReceipt, 5, kTagFirst), 0);
 
-  ASSERT_EQ(Add(kPurchase, &kOtherReceipt, 1, 901), 1);
+  Add({{kPurchase, &kOtherReceipt, 1, 901}});
   EXPECT_FALSE(DeleteTagsForSaleByKey(nullptr, kSaleA));
   EXPECT_TRUE(DeleteTagsForSaleByKey(file_, kSaleA));
   EXPECT_EQ(SalesOf(kOtherReceipt), (std::vector<int32_t>{103}));
@@ -181,17 +199,18 @@ TEST_F(RecptTagTest, KeyWalksStopAtTheFirstTagOfAnotherKeyAndDeletesTakeOnlyThei
 
 TEST_F(RecptTagTest, SavingAReceiptAssignsTheUnassignedTagsToIt) {
   Open();
-  ASSERT_EQ(Add(kSaleA, nullptr, 0), 1);
-  ASSERT_EQ(Add(kSaleB, nullptr, 2), 1);
-  ASSERT_EQ(Add(kPurchase, &kReceipt, 0, 900), 1);  // an earlier assignment, replaced
-  ASSERT_EQ(Add(kPurchase, &kOtherReceipt, 0, 901), 1);
+  // The purchase's tag of kReceipt is an earlier assignment, replaced.
+  Add({{kSaleA, nullptr, 0},
+       {kSaleB, nullptr, 2},
+       {kPurchase, &kReceipt, 0, 900},
+       {kPurchase, &kOtherReceipt, 0, 901}});
   EXPECT_TRUE(UpdateTagForReceipt(file_, Key(SJ, 501), 0));  // not a receipt: nothing
   EXPECT_EQ(SalesOf(kReceipt), (std::vector<int32_t>{103}));
   EXPECT_FALSE(UpdateTagForReceipt(nullptr, kReceipt, 0));
 
   EXPECT_TRUE(UpdateTagForReceipt(file_, kReceipt, 0));
   EXPECT_EQ(SalesOf(kReceipt), (std::vector<int32_t>{101, 102}));
-  EXPECT_EQ(SalesOf(Unassigned()), std::vector<int32_t>{});
+  EXPECT_EQ(SalesOf(kUnassigned), std::vector<int32_t>{});
   EXPECT_EQ(SalesOf(kOtherReceipt), (std::vector<int32_t>{103}));
   // With nothing unassigned, the receipt's tags stay.
   EXPECT_TRUE(UpdateTagForReceipt(file_, kReceipt, 0));
@@ -200,22 +219,13 @@ TEST_F(RecptTagTest, SavingAReceiptAssignsTheUnassignedTagsToIt) {
 
 TEST_F(RecptTagTest, SavingATransactionRefreshesItsSideOfItsTags) {
   Open();
-  ASSERT_EQ(Add(kSaleA, &kReceipt, 0, 900, 0), 1);
-  ASSERT_EQ(Add(kSaleA, &kOtherReceipt, 0, 901, 0), 1);
-  ASSERT_EQ(Add(kSaleB, &kReceipt, 3, 900, 0), 1);
-  JournalRecord* record = nullptr;
-  ASSERT_EQ(AllocateJournalRecord(&record), 1);
-  record->Key1 = kSaleA;
-  record->PostOrder = 7001;
-  record->Flag5949 = 1;
-  EXPECT_TRUE(UpdateSaleReceiptTag(nullptr, record));
-  record->Key1 = kReceipt;
-  record->PostOrder = 905;
-  record->Flag5949 = 2;
-  EXPECT_TRUE(UpdateSaleReceiptTag(file_, record));
-  record->Key1 = Key(GENJ, 101);  // journals other than 1 to 4 are left alone
-  EXPECT_TRUE(UpdateSaleReceiptTag(file_, record));
-  DeAllocateJournalRecord(&record);
+  Add({{kSaleA, &kReceipt, 0, 900, 0},
+       {kSaleA, &kOtherReceipt, 0, 901, 0},
+       {kSaleB, &kReceipt, 3, 900, 0}});
+  EXPECT_TRUE(UpdateSaleReceiptTag(nullptr, Saved(kSaleA, 7001, 1).record));
+  EXPECT_TRUE(UpdateSaleReceiptTag(file_, Saved(kReceipt, 905, 2).record));
+  // Journals other than 1 to 4 are left alone.
+  EXPECT_TRUE(UpdateSaleReceiptTag(file_, Saved(Key(GENJ, 101), 905, 2).record));
 
   // Per tag: sale, sale post order and flag, receipt post order and flag.
   std::vector<std::vector<uint32_t>> got;
@@ -235,52 +245,35 @@ TEST_F(RecptTagTest, WritesOfSeveralTagsLeaveAllOrNothing) {
     return rm::WrapWithFaults(std::move(inner), plan);
   });
   Open();
-  auto bytes = [this] {
-    std::vector<uint8_t> all;
-    for (const RecptTagRec& tag : All()) {
-      const auto* p = reinterpret_cast<const uint8_t*>(&tag);
-      all.insert(all.end(), p, p + sizeof tag);
-    }
-    return all;
-  };
-  JournalRecord* record = nullptr;
-  ASSERT_EQ(AllocateJournalRecord(&record), 1);
-  record->Key1 = kSaleA;
-  record->PostOrder = 7001;
-  record->Flag5949 = 1;
-  struct Case {
-    const char* name;
-    std::function<bool()> run;
-  };
-  const Case cases[] = {
-      {"refresh", [&] { return UpdateSaleReceiptTag(nullptr, record); }},
+  const Saved sale(kSaleA, 7001, 1);
+  const std::pair<const char*, std::function<bool()>> cases[] = {
+      {"refresh", [&] { return UpdateSaleReceiptTag(nullptr, sale.record); }},
       {"assign", [&] { return UpdateTagForReceipt(file_, kReceipt, 0); }},
       {"delete sale", [&] { return DeleteTagsForSaleByKey(file_, kSaleA); }},
       {"delete receipt", [&] { return DeleteTagsForReceiptByKey(file_, kReceipt); }},
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
+  for (const auto& [name, run] : cases) {
+    SCOPED_TRACE(name);
     ASSERT_TRUE(DeleteTagsForSaleByKey(file_, kSaleA) && DeleteTagsForSaleByKey(file_, kSaleB));
-    ASSERT_EQ(Add(kSaleA, &kReceipt, 0, 900), 1);
-    ASSERT_EQ(Add(kSaleA, &kOtherReceipt, 0, 901), 1);
-    ASSERT_EQ(Add(kSaleA, nullptr, 0), 1);
-    ASSERT_EQ(Add(kSaleB, nullptr, 3), 1);
-    ASSERT_EQ(Add(kSaleB, &kReceipt, 3, 900), 1);
-    const std::vector<uint8_t> before = bytes();
+    Add({{kSaleA, &kReceipt, 0, 900},
+         {kSaleA, &kOtherReceipt, 0, 901},
+         {kSaleA, nullptr, 0},
+         {kSaleB, nullptr, 3},
+         {kSaleB, &kReceipt, 3, 900}});
+    const std::vector<uint8_t> before = Bytes();
     bool done = false;
     for (int n = 1; !done; ++n) {
       SCOPED_TRACE(n);
       ASSERT_LT(n, 50);
       plan->Arm(n, kStatusDiskFull);
-      done = c.run();
+      done = run();
       plan->Disarm();
       if (!done) {
-        EXPECT_EQ(bytes(), before);
+        EXPECT_EQ(Bytes(), before);
       }
     }
-    EXPECT_NE(bytes(), before);
+    EXPECT_NE(Bytes(), before);
   }
-  DeAllocateJournalRecord(&record);
 }
 
 }  // namespace
