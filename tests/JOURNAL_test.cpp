@@ -63,13 +63,12 @@ TEST_F(JournalModelTest, KeyStringsAndTypedKeysReadBackTheSamePeriodAndNumber) {
 
 TEST_F(JournalModelTest, ShadowAndPartnerKeys) {
   JournalKey1Type out = {};
-  const JournalKey1Type receipt = Key(CRJ, 17, 5);
+  const JournalKey1Type receipt = Key(CRJ, 17, 5), sale = Key(SJ, 17, 5);
   ASSERT_EQ(MakeShadowOfJournalKey(&out, &receipt), 1);
   EXPECT_EQ((std::to_string(out.JournalType) + "/" + std::to_string(out.Shadow)), "3/1");
   const JournalKey1Type shadow = out;
   JournalKey1Type untouched = Key(PRJ, 1, 1);
   EXPECT_EQ(MakeShadowOfJournalKey(&untouched, &shadow), 0);  // a shadow has no shadow
-  const JournalKey1Type sale = Key(SJ, 17, 5);
   EXPECT_EQ(MakeShadowOfJournalKey(&untouched, &sale), 0);
   EXPECT_EQ(untouched.JournalType, PRJ);
 
@@ -78,14 +77,13 @@ TEST_F(JournalModelTest, ShadowAndPartnerKeys) {
   EXPECT_EQ((std::to_string(partner.JournalType) + "/" + std::to_string(partner.PartnerFlag)),
             "1/1");
   EXPECT_EQ(MakePartnerOfJournalKey(&partner, &sale), 0);  // the output's flag is tested
-  JournalKey1Type gen = {};
   const JournalKey1Type gen40 = Key(GENJ, 40, 9), gen41 = Key(GENJ, 41, 9);
-  ASSERT_EQ(MakePartnerOfJournalKey(&gen, &gen40), 1);
-  EXPECT_EQ(gen.Period, 41);
-  JournalKey1Type none = {};
-  EXPECT_EQ(MakePartnerOfJournalKey(&none, &gen41), 0);
-  const JournalKey1Type payroll = Key(PRJ, 17, 1);
-  EXPECT_EQ(MakePartnerOfJournalKey(&none, &payroll), 0);
+  ASSERT_EQ(MakePartnerOfJournalKey(&out, &gen40), 1);
+  EXPECT_EQ(out.Period, 41);
+  for (const JournalKey1Type& in : {gen41, Key(PRJ, 17, 1)}) {
+    JournalKey1Type none = {};
+    EXPECT_EQ(MakePartnerOfJournalKey(&none, &in), 0) << in.JournalType;
+  }
 }
 
 TEST_F(JournalModelTest, JournalNames) {
@@ -95,9 +93,8 @@ TEST_F(JournalModelTest, JournalNames) {
     GetJournalNameShort(j, size, buf);
     return std::string(buf);
   };
-  EXPECT_EQ(short_name(COGSJ, 5), "COGS");
-  EXPECT_EQ(short_name(COGSJ, 8), "Assembly");
-  EXPECT_EQ(short_name(POJ, 40), "P.O.");
+  EXPECT_EQ(short_name(COGSJ, 5) + "|" + short_name(COGSJ, 8) + "|" + short_name(POJ, 40),
+            "COGS|Assembly|P.O.");
   EXPECT_EQ(short_name(CDJ, 5), "(untouched)");  // too small: left as it was
   EXPECT_EQ(short_name(99, 40), "<unused journal>");
   auto long_name = [&](int16_t j, int16_t variant) {
@@ -113,10 +110,10 @@ TEST_F(JournalModelTest, JournalNames) {
   buf[0] = '\0';
   GetJournalName(GENJ, sizeof buf - 1, buf);
   EXPECT_EQ(std::string(buf), MessageText(311));
-  EXPECT_STREQ(GetJrnlName(INAJ2), "INAJ");
-  EXPECT_STREQ(GetJrnlName(SJ2), "SJ");
-  EXPECT_STREQ(GetJrnlName(13), "????");
-  EXPECT_STREQ(GetJrnlName(-1), "????");
+  std::string codes;
+  for (int16_t j : std::initializer_list<int16_t>{INAJ2, SJ2, 13, -1})
+    codes += GetJrnlName(j) + std::string("|");
+  EXPECT_EQ(codes, "INAJ|SJ|????|????|");
 }
 
 TEST_F(JournalModelTest, DistributionDescriptionsNameTheInvoiceOrTheItem) {

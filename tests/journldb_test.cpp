@@ -2,11 +2,14 @@
 // updates that grow and shrink the lines, writes that leave a transaction whole or as it
 // was under injected faults, ledger flags, GUID collisions, journal 12, the invoice finder
 // and the row-posted test.
+#include <algorithm>
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <memory>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -36,72 +39,61 @@ Record NewRecord() {
   AllocateJournalRecord(&r);
   return Record(r);
 }
+// A record with only its keys and post order set.
+Record NewRecord(int16_t journal, int32_t trx, int32_t card, uint32_t post_order) {
+  Record r = NewRecord();
+  r->Key1.JournalType = journal;
+  r->Key1.TrxNumber = trx;
+  r->Key2.Card = card;
+  r->PostOrder = post_order;
+  return r;
+}
 
-// The first field in which two records differ, by name; empty when they are the same.
+// Where two records first differ: a header field, a distribution line or the journal's own
+// part, with the byte inside it; empty when they are the same.
 std::string FirstDifference(const JournalRecord& a, const JournalRecord& b) {
-#define CMP(field) \
-  if (std::memcmp(&a.field, &b.field, sizeof a.field) != 0) return #field;
-  CMP(Key1)
-  CMP(Key2)
-  CMP(HdrAccount) CMP(PostOrder) CMP(Description) CMP(Amount) CMP(Reference) CMP(LedgerFlag)
-      CMP(SecondFlag) CMP(ThirdFlag) CMP(BegBalFlag) CMP(DateCleared) CMP(ShortCode)
-          CMP(Key8RecordNumber) CMP(Key8Value) CMP(EmployeeID) CMP(Flag126) CMP(Flag127)
-              CMP(Value2906) CMP(LineCount) CMP(Guid) CMP(Value5945) CMP(Flag5949) CMP(MainRowGuid)
-                  CMP(GenJrnlFlag) CMP(J.Gen.Area130) CMP(J.Gen.Area178) CMP(J.Gen.Area2910)
-                      CMP(ExtraGuid1) CMP(ExtraGuid2) if (a.Key1.JournalType == PRJ) {
-    CMP(J.Payroll.JobCount)
-    for (int i = 0; i < kMaxPayrollFields; ++i) {
-      CMP(J.Payroll.Fields[i].Account)
-      CMP(J.Payroll.Fields[i].FieldIndex)
-      CMP(J.Payroll.Fields[i].Code) CMP(J.Payroll.Fields[i].Amount)
-          CMP(J.Payroll.Fields[i].SecondAmount) CMP(J.Payroll.Fields[i].DateCleared)
-              CMP(J.Payroll.Fields[i].Guid) CMP(J.Payroll.Fields[i].SecondGuid)
-    }
-    for (int i = 0; i < kMaxPayrollJobs; ++i) {
-      CMP(J.Payroll.Jobs[i].Job)
-      CMP(J.Payroll.Jobs[i].Phase)
-      CMP(J.Payroll.Jobs[i].Cost) CMP(J.Payroll.Jobs[i].Field) CMP(J.Payroll.Jobs[i].Amount)
-          CMP(J.Payroll.Jobs[i].DateCleared) CMP(J.Payroll.Jobs[i].Guid)
-    }
+  const auto* pa = reinterpret_cast<const uint8_t*>(&a);
+  const size_t at =
+      std::mismatch(pa, pa + sizeof a, reinterpret_cast<const uint8_t*>(&b)).first - pa;
+  if (at == sizeof a) return "";
+  if (const JrnlDistLine* lines = JournalLines(&a)) {
+    const size_t first = reinterpret_cast<const uint8_t*>(lines) - pa;
+    const size_t line = (at - first) / sizeof *lines;
+    if (at >= first && line < static_cast<size_t>(JournalLineCapacity(a.Key1.JournalType)))
+      return "line " + std::to_string(line) + " byte " +
+             std::to_string((at - first) % sizeof *lines);
   }
-  else if (JournalLines(&a) != nullptr) {
-    const JrnlDistLine* la = JournalLines(&a);
-    const JrnlDistLine* lb = JournalLines(&b);
-    for (int i = 0; i < JournalLineCapacity(a.Key1.JournalType); ++i) {
-#define LINE(field)                                                     \
-  if (std::memcmp(&la[i].field, &lb[i].field, sizeof la[i].field) != 0) \
-    return "line " + std::to_string(i) + " " #field;
-      LINE(Account)
-      LINE(Amount)
-      LINE(SecondAmount) LINE(Applied) LINE(InvoiceRef) LINE(AppliedLink) LINE(LinkFormatted)
-          LINE(Item) LINE(Quantity) LINE(UnitPrice) LINE(OrderQuantity1) LINE(OrderQuantity2)
-              LINE(Job) LINE(Phase) LINE(Cost) LINE(Description) LINE(Flag) LINE(OrderFlag)
-                  LINE(DateCleared) LINE(Guid) LINE(SecondGuid) LINE(Counter[0]) LINE(Counter[1])
-#undef LINE
-    }
-    if (a.Key1.JournalType == CRJ || a.Key1.JournalType == CDJ) CMP(J.Cash.AppliedTotal)
-    if (a.Key1.JournalType == POJ || a.Key1.JournalType == SOJ) CMP(J.Order.OrderValue)
-    if (a.Key1.JournalType >= COGSJ && a.Key1.JournalType <= INAJ2) CMP(J.Inv.Quantity)
-  }
-#undef CMP
-  for (size_t i = 0; i < sizeof a; ++i) {  // anything the names above miss
-    if (reinterpret_cast<const uint8_t*>(&a)[i] != reinterpret_cast<const uint8_t*>(&b)[i])
-      return "byte " + std::to_string(i);
-  }
-  return "";
+#define FIELD(f) std::pair<const char*, size_t>(#f, offsetof(JournalRecord, f))
+  const std::pair<const char*, size_t> fields[] = {FIELD(Key1),        FIELD(Key2),
+                                                   FIELD(HdrAccount),  FIELD(PostOrder),
+                                                   FIELD(Description), FIELD(Amount),
+                                                   FIELD(Reference),   FIELD(LedgerFlag),
+                                                   FIELD(SecondFlag),  FIELD(ThirdFlag),
+                                                   FIELD(BegBalFlag),  FIELD(DateCleared),
+                                                   FIELD(ShortCode),   FIELD(Key8RecordNumber),
+                                                   FIELD(Key8Value),   FIELD(EmployeeID),
+                                                   FIELD(Flag126),     FIELD(Flag127),
+                                                   FIELD(Value2906),   FIELD(LineCount),
+                                                   FIELD(Guid),        FIELD(Value5945),
+                                                   FIELD(Flag5949),    FIELD(MainRowGuid),
+                                                   FIELD(GenJrnlFlag), FIELD(J),
+                                                   FIELD(ExtraGuid1),  FIELD(ExtraGuid2)};
+#undef FIELD
+  const auto* field =
+      std::prev(std::upper_bound(std::begin(fields), std::end(fields), at,
+                                 [](size_t offset, const auto& f) { return offset < f.second; }));
+  return std::string(field->first) + " byte " + std::to_string(at - field->second);
 }
 
 // Makes random valid transactions: every field the store keeps gets a random value, and
 // what the store does not keep (the main row of a general journal entry, unused counter
 // slots, a second GUID without a second amount) stays zero.
-class Generator {
- public:
-  Generator(uint32_t seed, std::vector<int32_t> phases, std::vector<int32_t> costs,
-            std::vector<std::string> employees)
-      : rng_(seed),
-        phases_(std::move(phases)),
-        costs_(std::move(costs)),
-        employees_(std::move(employees)) {}
+struct Generator {
+  std::mt19937 rng_;
+  std::vector<int32_t> phases_, costs_;
+  std::vector<std::string> employees_;
+  int32_t trx_ = 0;
+  uint32_t post_ = 0;
 
   void Fill(JournalRecord* r, int16_t journal, int max_lines) {
     std::memset(r, 0, sizeof *r);
@@ -117,27 +109,20 @@ class Generator {
     r->PostOrder = ++post_;
     Text(r->Description.s, 30);
     Text(r->Reference.s, 20);
-    r->LedgerFlag = Byte(1);
-    r->SecondFlag = Byte(1);
-    r->ThirdFlag = Byte(1);
+    for (uint8_t* flag : {&r->LedgerFlag, &r->SecondFlag, &r->ThirdFlag}) *flag = Byte(1);
     r->BegBalFlag = Int(0, 9) == 0;
     Text(r->ShortCode.s, 8);
     r->Key8RecordNumber = Int(0, 1000);
     r->Key8Value = static_cast<int16_t>(Int(-5, 5));
-    if (!employees_.empty() && Int(0, 1))
-      r->EmployeeID = employees_[Int(0, employees_.size() - 1)].c_str();
-    r->Flag126 = Byte(255);
-    r->Flag127 = Byte(255);
+    if (!employees_.empty() && Int(0, 1)) r->EmployeeID = Any(employees_).c_str();
+    for (uint8_t* flag : {&r->Flag126, &r->Flag127, &r->Flag5949}) *flag = Byte(255);
     r->Value2906 = Int(-9, 9);
     MaybeGuid(r->Guid, 4);
     r->Value5945 = Int(-9, 9);
-    r->Flag5949 = Byte(255);
     r->Amount = Money();
     r->DateCleared = Int(0, 1) ? Date() : DatesType{};
     MaybeGuid(r->MainRowGuid, 3);
-    uint8_t* areas = reinterpret_cast<uint8_t*>(&r->J);
-    for (size_t i = 0; i < kHdrArea130Size + kHdrArea178Size + kHdrArea2910Size; ++i)
-      areas[i] = static_cast<uint8_t>(rng_());
+    Bytes(&r->J, kHdrArea130Size + kHdrArea178Size + kHdrArea2910Size);
     if (journal == SJ || journal == PJ) r->J.Sales.Area130.Journal12 = Byte(1);
     const bool no_main_row =
         journal == GENJ || (r->BegBalFlag && ((journal == CRJ && r->Key2.Qualifier != 'R') ||
@@ -200,7 +185,28 @@ class Generator {
     if ((journal == CRJ || journal == CDJ) && l.Applied) r->J.Cash.AppliedTotal += l.Amount;
   }
 
- private:
+  // Grows or shrinks the lines (payroll: only shrinks, dropping the jobs), clearing those that
+  // go and keeping a receipt's or payment's applied total in step.
+  void Resize(JournalRecord* r, int count) {
+    const int16_t journal = r->Key1.JournalType;
+    if (journal == PRJ) {
+      JrnlPayrollMember& pr = r->J.Payroll;
+      std::memset(&pr.Fields[count], 0, sizeof(JrnlPayrollField) * (kMaxPayrollFields - count));
+      std::memset(pr.Jobs, 0, sizeof pr.Jobs);
+      pr.JobCount = 0;
+    } else {
+      JrnlDistLine* lines = JournalLines(r);
+      for (int i = r->LineCount; i < count; ++i) FillLine(r, lines[i]);
+      for (int i = count; i < r->LineCount; ++i) std::memset(&lines[i], 0, sizeof lines[i]);
+      if (journal == CRJ || journal == CDJ) {
+        r->J.Cash.AppliedTotal = 0;
+        for (int i = 0; i < count; ++i)
+          if (lines[i].Applied) r->J.Cash.AppliedTotal += lines[i].Amount;
+      }
+    }
+    r->LineCount = static_cast<int16_t>(count);
+  }
+
   void FillPayroll(JournalRecord* r, int max_lines) {
     JrnlPayrollMember& pr = r->J.Payroll;
     r->LineCount = static_cast<int16_t>(Int(0, std::min(max_lines, kMaxPayrollFields)));
@@ -231,7 +237,10 @@ class Generator {
   }
 
   int Int(int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(rng_); }
-  int Int(int lo, size_t hi) { return Int(lo, static_cast<int>(hi)); }
+  template <typename T>
+  const T& Any(const std::vector<T>& v) {
+    return v[Int(0, static_cast<int>(v.size()) - 1)];
+  }
   uint8_t Byte(int hi) { return static_cast<uint8_t>(Int(0, hi)); }
   double Money() { return Int(-500000, 500000) / 100.0; }
   DatesType Date() {
@@ -239,29 +248,20 @@ class Generator {
     MakeDate(Int(1, 12), Int(1, 28), Int(1995, 2030), d);
     return d;
   }
-  int32_t Pick(const std::vector<int32_t>& v) {
-    return v.empty() || Int(0, 1) ? 0 : v[Int(0, v.size() - 1)];
-  }
+  int32_t Pick(const std::vector<int32_t>& v) { return v.empty() || Int(0, 1) ? 0 : Any(v); }
   void Text(char* out, int max) {
     const int n = Int(0, max);
     for (int i = 0; i < n; ++i) out[i] = static_cast<char>(Int(0x20, 0x7e));
     out[n] = '\0';
   }
+  void Bytes(void* out, size_t n) {
+    for (size_t i = 0; i < n; ++i) static_cast<uint8_t*>(out)[i] = static_cast<uint8_t>(rng_());
+  }
   // A random GUID, or the null one (1 time in `one_in`) for the store to fill.
   void MaybeGuid(GUID& g, int one_in) {
-    if (Int(1, one_in) == 1) {
-      g = {};
-      return;
-    }
-    uint8_t* b = reinterpret_cast<uint8_t*>(&g);
-    for (int i = 0; i < 16; ++i) b[i] = static_cast<uint8_t>(rng_());
+    g = {};
+    if (Int(1, one_in) != 1) Bytes(&g, sizeof g);
   }
-
-  std::mt19937 rng_;
-  std::vector<int32_t> phases_, costs_;
-  std::vector<std::string> employees_;
-  int32_t trx_ = 0;
-  uint32_t post_ = 0;
 };
 
 class JournalStoreTest : public CompanyTest {
@@ -284,34 +284,25 @@ class JournalStoreTest : public CompanyTest {
   }
 
   // Masters the rows refer to by ID: a few phases, cost codes and employees.
-  void AddMasters() {
+  template <typename Master, typename Open>
+  void AddEach(Open open, std::initializer_list<const char*> ids, std::vector<int32_t>* numbers) {
     BtrvFile* f = nullptr;
-    ASSERT_EQ(OpenPhaseFile(&f, kOpenModeNormal), 1);
-    for (const char* id : {"SITE", "FRAME", "ROOF"}) {
-      PhaseRecord p = {};
-      p.ID = id;
-      ASSERT_TRUE(::InsertRecord(f, sizeof p, &p));
-      phases_.push_back(p.RecordNumber);
+    ASSERT_EQ(open(&f, kOpenModeNormal), 1);
+    for (const char* id : ids) {
+      auto m = std::make_unique<Master>();
+      m->ID = id;
+      if constexpr (requires { m->Guid; }) AssignGUID(m->Guid);
+      ASSERT_TRUE(::InsertRecord(f, sizeof *m, m.get()));
+      numbers->push_back(m->RecordNumber);
     }
     RealCloseFile(&f, "test", __LINE__);
-    ASSERT_EQ(OpenCostFile(&f, kOpenModeNormal), 1);
-    for (const char* id : {"LABOR", "MATERIAL"}) {
-      CostRecord c = {};
-      c.ID = id;
-      ASSERT_TRUE(::InsertRecord(f, sizeof c, &c));
-      costs_.push_back(c.RecordNumber);
-    }
-    RealCloseFile(&f, "test", __LINE__);
-    ASSERT_EQ(OpenEmployeeFile(&f, kOpenModeNormal), 1);
-    for (const char* id : {"ADAMS", "BAKER"}) {
-      auto e = std::make_unique<EmpType>();
-      std::memset(e.get(), 0, sizeof *e);
-      e->ID = id;
-      AssignGUID(e->Guid);
-      ASSERT_TRUE(::InsertRecord(f, sizeof *e, e.get()));
-      employees_.push_back(id);
-    }
-    RealCloseFile(&f, "test", __LINE__);
+  }
+  void AddMasters() {
+    std::vector<int32_t> employees;
+    AddEach<PhaseRecord>(OpenPhaseFile, {"SITE", "FRAME", "ROOF"}, &phases_);
+    AddEach<CostRecord>(OpenCostFile, {"LABOR", "MATERIAL"}, &costs_);
+    AddEach<EmpType>(OpenEmployeeFile, {"ADAMS", "BAKER"}, &employees);
+    employees_ = {"ADAMS", "BAKER"};
   }
 
   // The transaction stored under the post order number, or null.
@@ -343,11 +334,10 @@ TEST_F(JournalStoreTest, EveryJournalReadsBackAsStoredByPostOrderAndByKey) {
   AddMasters();
   const uint32_t seed = std::random_device{}();
   SCOPED_TRACE("seed " + std::to_string(seed));
-  Generator gen(seed, phases_, costs_, employees_);
+  Generator gen{std::mt19937(seed), phases_, costs_, employees_};
   std::vector<Record> stored;
-  constexpr int kTransactions = 2400;
   ASSERT_TRUE(bBeginBatchUpdate(files_.HdrFile));  // one commit, as a host's import would
-  for (int n = 0; n < kTransactions; ++n) {
+  for (int n = 0; n < 2400; ++n) {
     Record r = NewRecord();
     gen.Fill(r.get(), static_cast<int16_t>(n % 12), n % 100 == 0 ? 200 : 6);
     ASSERT_TRUE(InsertRecord(files_, r.get()))
@@ -368,32 +358,9 @@ TEST_F(JournalStoreTest, EveryJournalReadsBackAsStoredByPostOrderAndByKey) {
   // Updates that grow and shrink the lines leave no row of the old version behind.
   for (size_t n = 0; n < stored.size(); n += 7) {
     JournalRecord* r = stored[n].get();
-    Record current = Load(r->PostOrder);  // the update rewrites the header read last
-    ASSERT_NE(current, nullptr);
-    if (r->Key1.JournalType == PRJ) {
-      r->LineCount = static_cast<int16_t>(r->LineCount / 2);
-      r->J.Payroll.JobCount = 0;
-      std::memset(&r->J.Payroll.Fields[r->LineCount], 0,
-                  sizeof(JrnlPayrollField) * (kMaxPayrollFields - r->LineCount));
-      std::memset(r->J.Payroll.Jobs, 0, sizeof r->J.Payroll.Jobs);
-    } else {
-      JrnlDistLine* lines = JournalLines(r);
-      const int old_count = r->LineCount;
-      const int new_count = (n / 7) % 2 ? old_count + 3 : old_count / 2;
-      if (r->Key1.JournalType == CRJ || r->Key1.JournalType == CDJ) r->J.Cash.AppliedTotal = 0;
-      for (int i = 0; i < new_count; ++i) {
-        if (i >= old_count)
-          gen.FillLine(r, lines[i]);
-        else if (r->Key1.JournalType == CRJ || r->Key1.JournalType == CDJ) {
-          if (lines[i].Applied) r->J.Cash.AppliedTotal += lines[i].Amount;
-        }
-      }
-      for (int i = new_count; i < old_count; ++i) std::memset(&lines[i], 0, sizeof lines[i]);
-      if (new_count < old_count && (r->Key1.JournalType == CRJ || r->Key1.JournalType == CDJ)) {
-        // recomputed above from the lines that stay
-      }
-      r->LineCount = static_cast<int16_t>(new_count);
-    }
+    ASSERT_NE(Load(r->PostOrder), nullptr);  // the update rewrites the header read last
+    const bool grow = (n / 7) % 2 && r->Key1.JournalType != PRJ;
+    gen.Resize(r, grow ? r->LineCount + 3 : r->LineCount / 2);
     ASSERT_TRUE(UpdateFile(files_, r, 5)) << "post order " << r->PostOrder;
     Record back = Load(r->PostOrder);
     ASSERT_NE(back, nullptr);
@@ -402,14 +369,6 @@ TEST_F(JournalStoreTest, EveryJournalReadsBackAsStoredByPostOrderAndByKey) {
 }
 
 TEST_F(JournalStoreTest, RowsCarryLedgerFlagsCardsAndLineNumbers) {
-  Record r = NewRecord();
-  r->Key1.JournalType = SJ;
-  r->Key1.TrxNumber = 1;
-  r->Key2.Card = 44;
-  r->PostOrder = 10;
-  r->LineCount = 2;
-  JournalLines(r.get())[0].Counter[0].Account = 7;
-  ASSERT_TRUE(InsertRecord(files_, r.get()));
   auto summary = [&](uint32_t post) {
     std::string s;
     for (const JrnlRowType& row : Rows(post))
@@ -418,43 +377,27 @@ TEST_F(JournalStoreTest, RowsCarryLedgerFlagsCardsAndLineNumbers) {
            std::to_string(row.Vendor) + " ";
     return s;
   };
-  EXPECT_EQ(summary(10), "0:0:1:44:0 1:0:1:44:0 1:1:1:44:0 2:0:1:44:0 ");
-  MyCompany.CashBasis = 1;  // sales and purchases count through their payments
-  r->PostOrder = 11;
-  r->Key1.TrxNumber = 2;
-  r->Guid = {};
-  r->MainRowGuid = {};
-  for (int i = 0; i < 2; ++i) {
-    JournalLines(r.get())[i].Guid = {};
-    JournalLines(r.get())[i].Counter[0].Guid = {};
+  for (uint8_t cash_basis : {0, 1}) {  // cash basis counts sales through their payments
+    MyCompany.CashBasis = cash_basis;
+    Record r = NewRecord(SJ, 1 + cash_basis, 44, 10 + cash_basis);
+    r->LineCount = 2;
+    JournalLines(r.get())[0].Counter[0].Account = 7;
+    ASSERT_TRUE(InsertRecord(files_, r.get()));
+    EXPECT_EQ(summary(r->PostOrder), cash_basis ? "0:0:0:44:0 1:0:0:44:0 1:1:0:44:0 2:0:0:44:0 "
+                                                : "0:0:1:44:0 1:0:1:44:0 1:1:1:44:0 2:0:1:44:0 ");
   }
-  ASSERT_TRUE(InsertRecord(files_, r.get()));
-  EXPECT_EQ(summary(11), "0:0:0:44:0 1:0:0:44:0 1:1:0:44:0 2:0:0:44:0 ");
-
-  Record receipt = NewRecord();  // a receipt that also names a vendor, cash basis or not
-  receipt->Key1.JournalType = CRJ;
-  receipt->Key1.TrxNumber = 3;
-  receipt->Key2.Card = 5;
-  receipt->Key2.Qualifier = 'R';
-  receipt->PostOrder = 12;
-  receipt->J.Cash.Area178.SecondCardFlag = 1;
-  receipt->J.Cash.Area178.SecondCard = 9;
-  ASSERT_TRUE(InsertRecord(files_, receipt.get()));
-  EXPECT_EQ(summary(12), "0:0:1:5:9 ");
-  receipt->PostOrder = 13;  // an opening balance of the vendor side: no cash row
-  receipt->Key1.TrxNumber = 4;
-  receipt->Guid = {};
-  receipt->MainRowGuid = {};
-  receipt->BegBalFlag = 1;
-  receipt->Key2.Qualifier = 'P';
-  ASSERT_TRUE(InsertRecord(files_, receipt.get()));
-  EXPECT_EQ(summary(13), "");
-
-  Record order = NewRecord();
-  order->Key1.JournalType = POJ;
-  order->Key1.TrxNumber = 5;
-  order->Key2.Card = 8;
-  order->PostOrder = 14;
+  // A receipt that also names a vendor, cash basis or not; an opening balance of its vendor
+  // side has no cash row.
+  for (uint8_t beg_bal : {0, 1}) {
+    Record receipt = NewRecord(CRJ, 3 + beg_bal, 5, 12 + beg_bal);
+    receipt->Key2.Qualifier = beg_bal ? 'P' : 'R';
+    receipt->BegBalFlag = beg_bal;
+    receipt->J.Cash.Area178.SecondCardFlag = 1;
+    receipt->J.Cash.Area178.SecondCard = 9;
+    ASSERT_TRUE(InsertRecord(files_, receipt.get()));
+    EXPECT_EQ(summary(receipt->PostOrder), beg_bal ? "" : "0:0:1:5:9 ");
+  }
+  Record order = NewRecord(POJ, 5, 8, 14);
   ASSERT_TRUE(InsertRecord(files_, order.get()));
   EXPECT_EQ(summary(14), "0:0:0:0:8 ");
 }
@@ -472,58 +415,32 @@ TEST_F(JournalStoreTest, AdjustmentsAndAssembliesCarryTheItemsAccountRows) {
   item->SecondAccount = 22;
   ASSERT_TRUE(::InsertRecord(f, sizeof *item, item.get()));
   RealCloseFile(&f, "test", __LINE__);
-  auto rows = [&](uint32_t post) {
+  auto insert = [&](int16_t journal, int32_t card, int32_t account, uint32_t post) {
+    Record r = NewRecord(journal, static_cast<int32_t>(post), card, post);
+    r->HdrAccount = account;
+    EXPECT_TRUE(InsertRecord(files_, r.get()));
     std::string s;
     for (const JrnlRowType& row : Rows(post))
       s += std::to_string(row.Kind) + ":" + std::to_string(row.Account) + ":" +
            std::to_string(row.ItemAccountFlag) + " ";
-    return s;
+    return std::make_pair(std::move(r), s);
   };
-  Record r = NewRecord();
-  r->Key1.JournalType = INAJ;
-  r->Key1.TrxNumber = 1;
-  r->Key2.Card = item->RecordNumber;
-  r->HdrAccount = 30;
-  r->PostOrder = 40;
-  ASSERT_TRUE(InsertRecord(files_, r.get()));
-  EXPECT_EQ(rows(40), "0:30:1 9:21:0 10:22:1 ");
+  auto [r, rows] = insert(INAJ, item->RecordNumber, 30, 40);
+  EXPECT_EQ(rows, "0:30:1 9:21:0 10:22:1 ");
   Record back = Load(40);
   ASSERT_NE(back, nullptr);
   EXPECT_FALSE(IsNullGUID(back->ExtraGuid1) || IsNullGUID(back->ExtraGuid2));
-  EXPECT_EQ(std::memcmp(&back->ExtraGuid1, &r->ExtraGuid1, sizeof(GUID)), 0);
-  EXPECT_EQ(std::memcmp(&back->ExtraGuid2, &r->ExtraGuid2, sizeof(GUID)), 0);
+  EXPECT_EQ(FirstDifference(*r, *back), "");
   // An adjustment posted to the item's own inventory account has no item-account rows; an
   // assembly always has them; an unknown item has none.
-  r = NewRecord();
-  r->Key1.JournalType = INAJ;
-  r->Key1.TrxNumber = 2;
-  r->Key2.Card = item->RecordNumber;
-  r->HdrAccount = 20;
-  r->PostOrder = 41;
-  ASSERT_TRUE(InsertRecord(files_, r.get()));
-  r = NewRecord();
-  r->Key1.JournalType = ASBYJ;
-  r->Key1.TrxNumber = 3;
-  r->Key2.Card = item->RecordNumber;
-  r->HdrAccount = 20;
-  r->PostOrder = 42;
-  ASSERT_TRUE(InsertRecord(files_, r.get()));
-  r->Key1.TrxNumber = 4;
-  r->Key2.Card = 999;
-  r->PostOrder = 43;
-  r->Guid = {};
-  r->MainRowGuid = {};
-  ASSERT_TRUE(InsertRecord(files_, r.get()));
-  EXPECT_EQ(rows(41) + "| " + rows(42) + "| " + rows(43),
-            "0:20:1 | 0:20:1 9:21:0 10:22:1 | 0:20:1 ");
+  rows = insert(INAJ, item->RecordNumber, 20, 41).second + "| ";
+  rows += insert(ASBYJ, item->RecordNumber, 20, 42).second + "| ";
+  EXPECT_EQ(rows + insert(ASBYJ, 999, 20, 43).second, "0:20:1 | 0:20:1 9:21:0 10:22:1 | 0:20:1 ");
 }
 
 TEST_F(JournalStoreTest, SecondSalesJournalIsStoredAsTwelveAndReadsBackAsSales) {
-  Record r = NewRecord();
-  r->Key1.JournalType = SJ;
-  r->Key1.TrxNumber = 77;
+  Record r = NewRecord(SJ, 77, 0, 3);
   r->Key1.Period = 17;
-  r->PostOrder = 3;
   r->J.Sales.Area130.Journal12 = 1;
   ASSERT_TRUE(InsertRecord(files_, r.get()));
   JrnlHdrType hdr = {};
@@ -532,12 +449,6 @@ TEST_F(JournalStoreTest, SecondSalesJournalIsStoredAsTwelveAndReadsBackAsSales) 
   ASSERT_TRUE(::GetFileEqual(files_.HdrFile, 0, sizeof hdr, &hdr, 0));
   EXPECT_EQ(Rows(3).at(0).JournalType, SJ2);
   EXPECT_EQ(Rows(3).at(0).LedgerFlag, 0);
-  Record back = NewRecord();
-  back->Key1 = r->Key1;
-  back->J.Sales.Area130.Journal12 = 1;
-  ASSERT_TRUE(GetFileEqual(files_, 0, back.get(), 0));
-  EXPECT_EQ(back->Key1.JournalType, SJ);
-  EXPECT_EQ(back->J.Sales.Area130.Journal12, 1);
   Record plain = NewRecord();
   plain->Key1 = r->Key1;  // without the flag the key asks for journal 3: not there
   std::strcpy(plain->Description.s, "unchanged");
@@ -548,32 +459,22 @@ TEST_F(JournalStoreTest, SecondSalesJournalIsStoredAsTwelveAndReadsBackAsSales) 
 TEST_F(JournalStoreTest, RowWhoseGuidCollidesIsStoredUnderAFreshOne) {
   GUID taken;
   AssignGUID(taken);
-  Record first = NewRecord();
-  first->Key1.JournalType = GENJ;
-  first->Key1.TrxNumber = 1;
-  first->PostOrder = 1;
+  Record first = NewRecord(GENJ, 1, 0, 1);
   first->LineCount = 1;
   JournalLines(first.get())[0].Guid = taken;
   ASSERT_TRUE(InsertRecord(files_, first.get()));
-  Record second = NewRecord();
-  second->Key1.JournalType = GENJ;
-  second->Key1.TrxNumber = 2;
-  second->PostOrder = 2;
+  Record second = NewRecord(GENJ, 2, 0, 2);
   second->LineCount = 2;
-  JournalLines(second.get())[0].Guid = taken;
-  JournalLines(second.get())[1].Guid = taken;
-  ASSERT_TRUE(InsertRecord(files_, second.get()));
   const JrnlDistLine* lines = JournalLines(second.get());
+  JournalLines(second.get())[0].Guid = JournalLines(second.get())[1].Guid = taken;
+  ASSERT_TRUE(InsertRecord(files_, second.get()));
   EXPECT_NE(std::memcmp(&lines[0].Guid, &taken, 16), 0);
   EXPECT_NE(std::memcmp(&lines[1].Guid, &taken, 16), 0);
   EXPECT_NE(std::memcmp(&lines[0].Guid, &lines[1].Guid, 16), 0);
   Record back = Load(2);
   ASSERT_NE(back, nullptr);
   EXPECT_EQ(FirstDifference(*second, *back), "");
-  Record again = NewRecord();  // a header GUID already taken: the insert fails whole
-  again->Key1.JournalType = GENJ;
-  again->Key1.TrxNumber = 3;
-  again->PostOrder = 3;
+  Record again = NewRecord(GENJ, 3, 0, 3);  // a header GUID already taken: the insert fails whole
   again->Guid = first->Guid;
   EXPECT_FALSE(InsertRecord(files_, again.get()));
   EXPECT_EQ(GetErrorCode(files_.HdrFile), kStatusDuplicateKey);
@@ -581,44 +482,49 @@ TEST_F(JournalStoreTest, RowWhoseGuidCollidesIsStoredUnderAFreshOne) {
 
 TEST_F(JournalStoreTest, FailedWritesLeaveTheOldOrTheNewTransaction) {
   AddMasters();
-  Generator gen(20240607, phases_, costs_, employees_);
+  Generator gen{std::mt19937(20240607), phases_, costs_, employees_};
   auto plan = std::make_shared<rm::FaultPlan>();
   rm::SetBackendDecorator([plan](std::unique_ptr<rm::Backend> inner) {
     return rm::WrapWithFaults(std::move(inner), plan);
   });
   CloseJrnlFile(&files_);  // reopened through the faulty backend
   ASSERT_EQ(OpenJournalFile(&files_, kOpenModeNormal), 1);
-
-  Record earlier = NewRecord();
+  // Stored once so that every GUID is set and old and new versions compare whole.
+  Record earlier = NewRecord(), old_version = NewRecord(), new_version = NewRecord();
   gen.Fill(earlier.get(), PJ, 0);
-  earlier->LineCount = 2;
-  gen.FillLine(earlier.get(), JournalLines(earlier.get())[0]);
-  gen.FillLine(earlier.get(), JournalLines(earlier.get())[1]);
+  gen.Resize(earlier.get(), 2);
+  gen.Fill(old_version.get(), CRJ, 0);
+  old_version->BegBalFlag = 0;
+  gen.Resize(old_version.get(), 5);
+  ASSERT_TRUE(InsertRecord(files_, earlier.get()));
+  ASSERT_TRUE(InsertRecord(files_, old_version.get()));
+  std::memcpy(new_version.get(), old_version.get(), sizeof *new_version);
+  gen.Resize(new_version.get(), 2);  // an update that shrinks the lines from five to two
+
   auto remove = [&](uint32_t post_order) {
-    Record r = Load(post_order);
-    if (r) {
+    if (Record r = Load(post_order)) {
       ASSERT_TRUE(DeleteRecord(files_, r.get()));
     }
   };
   auto store = [&](const JournalRecord* source) {
     Record r = NewRecord();
     std::memcpy(r.get(), source, sizeof *r);
-    ASSERT_TRUE(InsertRecord(files_, r.get()));
+    return InsertRecord(files_, r.get());
   };
   // Fails the nth store write of op, for every n, inside a host batch that inserted
   // `earlier` first; the host commits, and the store must hold `earlier` and exactly
   // `before` or `after` (null: no such transaction, and none of its rows).
   auto run = [&](const char* what, const JournalRecord* before, const JournalRecord* after,
                  auto op) {
-    const uint32_t post_order = before != nullptr ? before->PostOrder : after->PostOrder;
+    const uint32_t post_order = old_version->PostOrder;
     for (int n = 1;; ++n) {
       SCOPED_TRACE(std::string(what) + " failing write " + std::to_string(n));
       ASSERT_LT(n, 200);
       remove(earlier->PostOrder);
       remove(post_order);
-      if (before != nullptr) store(before);
+      ASSERT_TRUE(before == nullptr || store(before));
       ASSERT_TRUE(bBeginBatchUpdate(files_.HdrFile));
-      store(earlier.get());
+      ASSERT_TRUE(store(earlier.get()));
       plan->Arm(n, kStatusDiskFull);
       const int result = op();
       const bool failed = plan->failures > 0;
@@ -641,43 +547,8 @@ TEST_F(JournalStoreTest, FailedWritesLeaveTheOldOrTheNewTransaction) {
     }
   };
 
-  // Every GUID set, so that old and new versions compare whole.
-  Record old_version = NewRecord();
-  gen.Fill(old_version.get(), CRJ, 0);
-  old_version->BegBalFlag = 0;
-  old_version->J.Cash.AppliedTotal = 0;
-  old_version->LineCount = 5;
-  for (int i = 0; i < 5; ++i) gen.FillLine(old_version.get(), JournalLines(old_version.get())[i]);
-  store(old_version.get());
-  std::memcpy(old_version.get(), Load(old_version->PostOrder).get(), sizeof(JournalRecord));
-  remove(old_version->PostOrder);
-  std::memcpy(
-      earlier.get(),
-      [&] {
-        store(earlier.get());
-        return Load(earlier->PostOrder);
-      }()
-          .get(),
-      sizeof(JournalRecord));
-
-  run("insert", nullptr, old_version.get(), [&] {
-    Record r = NewRecord();
-    std::memcpy(r.get(), old_version.get(), sizeof *r);
-    return InsertRecord(files_, r.get());
-  });
+  run("insert", nullptr, old_version.get(), [&] { return store(old_version.get()); });
   ASSERT_FALSE(HasFailure());
-  // An update that shrinks the lines from five to two.
-  Record new_version = NewRecord();
-  std::memcpy(new_version.get(), old_version.get(), sizeof *new_version);
-  new_version->LineCount = 2;
-  new_version->J.Cash.AppliedTotal = 0;
-  for (int i = 0; i < 2; ++i) {
-    const JrnlDistLine& l = JournalLines(new_version.get())[i];
-    if (l.Applied) new_version->J.Cash.AppliedTotal += l.Amount;
-  }
-  for (int i = 2; i < 5; ++i) {
-    std::memset(&JournalLines(new_version.get())[i], 0, sizeof(JrnlDistLine));
-  }
   run("update", old_version.get(), new_version.get(), [&] {
     Record current = Load(old_version->PostOrder);  // the header the update rewrites
     Record w = NewRecord();
@@ -692,20 +563,16 @@ TEST_F(JournalStoreTest, FailedWritesLeaveTheOldOrTheNewTransaction) {
 }
 
 TEST_F(JournalStoreTest, InvoiceFinderAndRowPostedTest) {
-  auto add = [&](int16_t journal, uint32_t post, int32_t card, const char* ref, uint8_t ledger) {
-    Record r = NewRecord();
-    r->Key1.JournalType = journal;
-    r->Key1.TrxNumber = static_cast<int32_t>(post);
-    r->Key2.Card = card;
-    r->PostOrder = post;
-    r->Reference = ref;
+  auto add = [&](int16_t journal, uint32_t post, int32_t card, uint8_t ledger) {
+    Record r = NewRecord(journal, static_cast<int32_t>(post), card, post);
+    r->Reference = "INV1";
     r->LedgerFlag = ledger;
     ASSERT_TRUE(InsertRecord(files_, r.get()));
   };
-  add(SJ, 1, 5, "INV1", 1);
-  add(SJ, 2, 6, "INV1", 0);
-  add(SOJ, 3, 5, "INV1", 0);
-  add(PJ, 4, 5, "INV1", 1);
+  add(SJ, 1, 5, 1);
+  add(SJ, 2, 6, 0);
+  add(SOJ, 3, 5, 0);
+  add(PJ, 4, 5, 1);
   EXPECT_EQ(GetInvoicePostOrderNumber("INV1", 1, 6, 0), 2u);
   EXPECT_EQ(GetInvoicePostOrderNumber("INV1", 1, 5, 0), 1u);
   EXPECT_EQ(GetInvoicePostOrderNumber("INV1", 3, 5, 0), 3u);
