@@ -8,15 +8,9 @@
 // statements and the same key bytes for every key of both files (the keys come from the
 // files' creation descriptions). At the end the rates, then "ratio store-batch|store-each|
 // load X.XX": the journal store's time per transaction over SQLite's (best of 3).
-#include <sqlite3.h>
-#include <stdlib.h>
-#include <unistd.h>
-
-#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <map>
 #include <random>
 #include <string>
 #include <vector>
@@ -33,94 +27,11 @@ constexpr int kBatchTransactions = 10'000, kEachTransactions = 500, kLines = 4;
 constexpr int kRows = kLines + 1;  // the main row and the item lines
 constexpr int32_t kReceivables = 12, kFirstSalesAccount = 40;
 
-std::string g_root;    // temporary directory of the whole run
 std::string g_ours;    // the company the journal store writes
 std::string g_direct;  // the company written directly with SQLite
 
-// The next post order number (and transaction number) of each side; both sides store the
-// same sequence, so after the same benchmarks they hold the same transactions.
-uint32_t g_next_ours = 1, g_next_direct = 1;
-
-void Cleanup() {
-  CloseInternalJrnlFiles();
-  if (g_root.empty()) return;
-  if (chdir("/") != 0) std::perror("chdir");
-  std::error_code ignored;
-  std::filesystem::remove_all(g_root, ignored);
-}
-
-void Check(bool ok, const char* what) {
-  if (ok) return;
-  std::fprintf(stderr, "journldb_bench: %s failed (status %u)\n", what, GetErrorCode(nullptr));
-  Cleanup();
-  std::exit(1);
-}
-
-// --- The keys of both files, from their creation descriptions --------------------------
-
-struct KeySeg {
-  size_t off;
-  uint16_t len;
-  uint8_t type;  // extended type
-  bool descending;
-};
-struct FileKeys {
-  std::vector<std::vector<KeySeg>> keys;  // by slot: the order the keys are described in
-  size_t total = 0;                       // sum of the key lengths
-};
-FileKeys g_hdr_keys, g_row_keys;
-
-FileKeys KeysOf(DataFileKind kind) {
-  FileSpec spec;
-  Check(DescribeDataFile(kind, &spec), "describing a journal file");
-  FileKeys out;
-  bool in_key = false;
-  for (int i = 0; i < spec.numberOfSegments; ++i) {
-    const KeySegmentSpec& s = spec.segments[i];
-    uint8_t type = (s.flags & kKeyExtendedType) ? s.extendedType
-                   : (s.flags & kKeyBinary)     ? uint8_t{kExtUnsignedBinary}
-                                                : uint8_t{kExtString};
-    if (type == kExtAutoIncrement) type = kExtInteger;
-    Check(type != kExtFloat && (s.flags & kKeyNoCase) == 0, "a key type the bench encodes");
-    if (!in_key) out.keys.emplace_back();
-    out.keys.back().push_back(
-        {static_cast<size_t>(s.position - 1), s.length, type, (s.flags & kKeyDescending) != 0});
-    out.total += s.length;
-    in_key = (s.flags & kKeySegmented) != 0;
-  }
-  return out;
-}
-
-// Key bytes as the store orders them: integers big-endian with the sign bit flipped,
-// unsigned numbers and dates (year, month, day) big-endian, zero-terminated text padded
-// with zeros, other text as it is; descending segments inverted.
-uint8_t* Encode(uint8_t* out, const uint8_t* rec, const KeySeg& s) {
-  const uint8_t* src = rec + s.off;
-  if (s.type == kExtString) {
-    std::memcpy(out, src, s.len);
-  } else if (s.type == kExtZString) {
-    const size_t n = strnlen(reinterpret_cast<const char*>(src), s.len);
-    std::memcpy(out, src, n);
-    std::memset(out + n, 0, s.len - n);
-  } else {
-    for (size_t i = 0; i < s.len; ++i) out[i] = src[s.len - 1 - i];
-    if (s.type == kExtInteger) out[0] ^= 0x80;
-  }
-  if (s.descending)
-    for (size_t i = 0; i < s.len; ++i) out[i] = static_cast<uint8_t>(~out[i]);
-  return out + s.len;
-}
-
-// Encodes every key of rec into buf and binds key slot i to parameter i + 1.
-void BindKeys(sqlite3_stmt* s, const FileKeys& keys, const void* rec, uint8_t* buf) {
-  const auto* r = static_cast<const uint8_t*>(rec);
-  for (size_t slot = 0; slot < keys.keys.size(); ++slot) {
-    uint8_t* start = buf;
-    for (const KeySeg& seg : keys.keys[slot]) buf = Encode(buf, r, seg);
-    sqlite3_bind_blob(s, static_cast<int>(slot + 1), start, static_cast<int>(buf - start),
-                      SQLITE_STATIC);
-  }
-}
+// The keys of both files, from their creation descriptions.
+std::vector<KeySeg> g_hdr_keys, g_row_keys;
 
 // --- The invoice ---------------------------------------------------------------------------
 
@@ -242,57 +153,57 @@ void MakeInvoiceRecords(uint32_t n, JrnlHdrType* hdr, JrnlRowType* rows) {
   }
 }
 
-// The table of a data file from its catalogue id; finalizes the look-up statement.
-std::string TableName(int64_t id, sqlite3_stmt* lookup) {
-  std::string name = "f";
-  name += std::to_string(id);
-  sqlite3_finalize(lookup);
-  return name;
-}
+// --- The two sides: Begin/Store/Commit a batch, StoreAlone one transaction, Load one -------
+// Each keeps the next post order number (and transaction number) it stores; both sides
+// store the same sequence, so after the same benchmarks they hold the same transactions.
 
-// --- The two sides --------------------------------------------------------------------------
-
-JrnlDBFilesType OpenOurs() {
-  JrnlDBFilesType files = {nullptr, nullptr};
-  Check(OpenJournalFile(&files, kOpenModeNormal) != 0, "opening the journal pair");
-  return files;
-}
-
-// Stores invoices first..first+count-1 through the journal store, inside one batch on the
-// header file when batch; answers false at the first failure.
-bool StoreOurs(JrnlDBFilesType files, JournalRecord* record, uint32_t first, int count,
-               bool batch) {
-  if (batch && !bBeginBatchUpdate(files.HdrFile)) return false;
-  bool ok = true;
-  for (int i = 0; ok && i < count; ++i) {
-    VaryInvoiceRecord(record, first + static_cast<uint32_t>(i));
-    ok = InsertRecord(files, record) != 0;
+class Ours {
+ public:
+  Ours() {
+    Check(OpenJournalFile(&files_, kOpenModeNormal) != 0, "opening the journal pair");
+    Check(AllocateJournalRecord(&record_) != 0, "allocating a record");
+    FillInvoiceRecord(record_);
   }
-  if (batch) ok = bEndBatchUpdate(files.HdrFile) != 0 && ok;
-  return ok;
-}
+  ~Ours() {
+    DeAllocateJournalRecord(&record_);
+    CloseJrnlFile(&files_);
+  }
+  Ours(const Ours&) = delete;
+  Ours& operator=(const Ours&) = delete;
+
+  static inline uint32_t next = 1;
+  bool Begin() { return bBeginBatchUpdate(files_.HdrFile) != 0; }
+  bool Commit() { return bEndBatchUpdate(files_.HdrFile) != 0; }
+  bool Store(uint32_t n) {
+    VaryInvoiceRecord(record_, n);
+    return InsertRecord(files_, record_) != 0;
+  }
+  bool StoreAlone(uint32_t n) { return Store(n); }  // the store commits each transaction
+  bool Load(uint32_t n) {
+    record_->PostOrder = n;
+    return GetFileEqual(files_, kLockBiasNone, record_, 5) != 0 && record_->PostOrder == n &&
+           record_->LineCount == kLines;
+  }
+
+ private:
+  JrnlDBFilesType files_ = {nullptr, nullptr};
+  JournalRecord* record_ = nullptr;
+};
 
 class Direct {
  public:
-  Direct() {
-    const char* pragmas =
-        "PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL; PRAGMA cache_size=-32768";
-    Check(sqlite3_open_v2((g_direct + "/records.db").c_str(), &db_,
-                          SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr) == SQLITE_OK &&
-              sqlite3_exec(db_, pragmas, nullptr, nullptr, nullptr) == SQLITE_OK,
-          "opening SQLite");
-    sqlite3_busy_timeout(db_, 5000);
-    const std::string hdr = Table("jrnlhdr.dat"), row = Table("jrnlrow.dat");
-    insert_hdr_ = Prepare(InsertSql(hdr, g_hdr_keys.keys.size()));
-    insert_row_ = Prepare(InsertSql(row, g_row_keys.keys.size()));
+  Direct() : db_(OpenDirect(g_direct)) {
+    insert_hdr_ = Prepare(db_, "jrnlhdr.dat", InsertSql(KeyCount(g_hdr_keys)));
+    insert_row_ = Prepare(db_, "jrnlrow.dat", InsertSql(KeyCount(g_row_keys)));
     // Columns are by key slot; keys 0 to 5 of both files are their first six keys.
-    hdr_by_post_ =
-        Prepare("SELECT pos, ver, data FROM " + hdr + " WHERE k5=?1 ORDER BY k5, pos LIMIT 1");
+    hdr_by_post_ = Prepare(db_, "jrnlhdr.dat",
+                           "SELECT pos, ver, data FROM $T WHERE k5=?1 ORDER BY k5, pos LIMIT 1");
     rows_by_post_ =
-        Prepare("SELECT pos, ver, data FROM " + row + " WHERE k1>=?1 AND k1<?2 ORDER BY k1, pos");
-    begin_ = Prepare("BEGIN IMMEDIATE");
-    commit_ = Prepare("COMMIT");
-    keys_.resize(std::max(g_hdr_keys.total, g_row_keys.total));
+        Prepare(db_, "jrnlrow.dat",
+                "SELECT pos, ver, data FROM $T WHERE k1>=?1 AND k1<?2 ORDER BY k1, pos");
+    begin_ = Prepare(db_, nullptr, "BEGIN IMMEDIATE");
+    commit_ = Prepare(db_, nullptr, "COMMIT");
+    keys_.resize(std::max(KeyBytes(g_hdr_keys), KeyBytes(g_row_keys)));
   }
   ~Direct() {
     for (sqlite3_stmt* s : {insert_hdr_, insert_row_, hdr_by_post_, rows_by_post_, begin_, commit_})
@@ -302,9 +213,9 @@ class Direct {
   Direct(const Direct&) = delete;
   Direct& operator=(const Direct&) = delete;
 
+  static inline uint32_t next = 1;
   bool Begin() { return Run(begin_); }
   bool Commit() { return Run(commit_); }
-
   // Writes the header and rows of invoice n.
   bool Store(uint32_t n) {
     MakeInvoiceRecords(n, &hdr_, rows_);
@@ -313,19 +224,21 @@ class Direct {
       if (!Insert(insert_row_, g_row_keys, &row, sizeof row)) return false;
     return true;
   }
+  bool StoreAlone(uint32_t n) { return Begin() && Store(n) && Commit(); }
 
   // Reads the header of post order n by its post-order key and its rows by row key 1 (post
-  // order, line); answers the number of rows, -1 when the header is missing.
-  int Load(uint32_t n) {
+  // order, line); true when the header and all its rows were there.
+  bool Load(uint32_t n) {
     uint8_t key[4], next[4];
     const uint32_t after = n + 1;
-    Encode(key, reinterpret_cast<const uint8_t*>(&n), KeySeg{0, 4, kExtUnsignedBinary, false});
-    Encode(next, reinterpret_cast<const uint8_t*>(&after), KeySeg{0, 4, kExtUnsignedBinary, false});
+    const KeySeg post{0, 0, 4, kExtUnsignedBinary};
+    EncodeKey(key, reinterpret_cast<const uint8_t*>(&n), post);
+    EncodeKey(next, reinterpret_cast<const uint8_t*>(&after), post);
     sqlite3_bind_blob(hdr_by_post_, 1, key, sizeof key, SQLITE_STATIC);
     const bool found = sqlite3_step(hdr_by_post_) == SQLITE_ROW;
     if (found) std::memcpy(&hdr_, sqlite3_column_blob(hdr_by_post_, 2), sizeof hdr_);
     sqlite3_reset(hdr_by_post_);
-    if (!found) return -1;
+    if (!found || hdr_.PostOrder != n) return false;
     // A 4-byte bound sorts before every 6-byte key that starts with it.
     sqlite3_bind_blob(rows_by_post_, 1, key, sizeof key, SQLITE_STATIC);
     sqlite3_bind_blob(rows_by_post_, 2, next, sizeof next, SQLITE_STATIC);
@@ -334,40 +247,15 @@ class Direct {
       if (count < kRows)
         std::memcpy(&rows_[count], sqlite3_column_blob(rows_by_post_, 2), sizeof(JrnlRowType));
     sqlite3_reset(rows_by_post_);
-    return count;
+    return count == kRows;
   }
-  const JrnlHdrType& header() const { return hdr_; }
 
  private:
-  std::string Table(const char* base) {
-    sqlite3_stmt* s = nullptr;
-    sqlite3_prepare_v2(db_, "SELECT id FROM _files WHERE name=?1 COLLATE NOCASE", -1, &s, nullptr);
-    sqlite3_bind_text(s, 1, base, -1, SQLITE_STATIC);
-    Check(sqlite3_step(s) == SQLITE_ROW, "catalogue look-up");
-    return TableName(sqlite3_column_int64(s, 0), s);
-  }
-  static std::string InsertSql(const std::string& table, size_t keys) {
-    std::string sql = "INSERT INTO " + table + "(ver", values = "VALUES(1";
-    for (size_t i = 0; i < keys; ++i) {
-      sql += ", k" + std::to_string(i);
-      values += ", ?" + std::to_string(i + 1);
-    }
-    return sql + ", data) " + values + ", ?" + std::to_string(keys + 1) + ")";
-  }
-  sqlite3_stmt* Prepare(const std::string& sql) {
-    sqlite3_stmt* s = nullptr;
-    Check(sqlite3_prepare_v3(db_, sql.c_str(), -1, SQLITE_PREPARE_PERSISTENT, &s, nullptr) ==
-              SQLITE_OK,
-          sql.c_str());
-    return s;
-  }
-  bool Insert(sqlite3_stmt* s, const FileKeys& keys, const void* rec, size_t size) {
+  bool Insert(sqlite3_stmt* s, const std::vector<KeySeg>& keys, const void* rec, size_t size) {
     BindKeys(s, keys, rec, keys_.data());
-    sqlite3_bind_blob(s, static_cast<int>(keys.keys.size() + 1), rec, static_cast<int>(size),
+    sqlite3_bind_blob(s, static_cast<int>(KeyCount(keys) + 1), rec, static_cast<int>(size),
                       SQLITE_STATIC);
-    const bool ok = sqlite3_step(s) == SQLITE_DONE;
-    sqlite3_reset(s);
-    return ok;
+    return Run(s);
   }
   static bool Run(sqlite3_stmt* s) {
     const int rc = sqlite3_step(s);
@@ -375,88 +263,46 @@ class Direct {
     return rc == SQLITE_DONE;
   }
 
-  sqlite3* db_ = nullptr;
+  sqlite3* db_;
   sqlite3_stmt *insert_hdr_, *insert_row_, *hdr_by_post_, *rows_by_post_, *begin_, *commit_;
   std::vector<uint8_t> keys_;
   JrnlHdrType hdr_;
   JrnlRowType rows_[kRows];
 };
 
-// --- (a) and (b) storing -----------------------------------------------------------------
+// Stores the next count invoices of a side, in one batch or each in its own; answers false
+// at the first failure (a batch begun is still ended).
+template <class Side>
+bool StoreInvoices(Side& side, int count, bool batch) {
+  if (batch && !side.Begin()) return false;
+  bool ok = true;
+  for (int i = 0; ok && i < count; ++i)
+    ok = batch ? side.Store(Side::next++) : side.StoreAlone(Side::next++);
+  return !batch || (side.Commit() && ok);
+}
 
-void StoreDirect(benchmark::State& state, int count, bool batch) {
-  Direct direct;
-  for (auto _ : state) {
-    bool ok = !batch || direct.Begin();
-    for (int i = 0; ok && i < count; ++i) {
-      ok = (batch || direct.Begin()) && direct.Store(g_next_direct++);
-      if (!batch) ok = ok && direct.Commit();
-    }
-    if (batch) ok = ok && direct.Commit();
-    if (!ok) state.SkipWithError("store");
-  }
+// --- (a) and (b) storing, (c) loading ------------------------------------------------------
+
+template <class Side>
+void Store(benchmark::State& state, int count, bool batch) {
+  Side side;
+  for (auto _ : state)
+    if (!StoreInvoices(side, count, batch)) state.SkipWithError("store");
   state.SetItemsProcessed(state.iterations() * count);
 }
 
-void StoreOurs(benchmark::State& state, int count, bool batch) {
-  JrnlDBFilesType files = OpenOurs();
-  JournalRecord* record = nullptr;
-  Check(AllocateJournalRecord(&record) != 0, "allocating a record");
-  FillInvoiceRecord(record);
+// Random post orders of stored invoices, the same sequence for both sides. When the stores
+// did not run (a filter), the side gets a batch of invoices first.
+template <class Side>
+void Load(benchmark::State& state) {
+  if (Side::next == 1) {
+    Side side;
+    Check(StoreInvoices(side, kBatchTransactions, true), "storing invoices");
+  }
+  Side side;
+  std::minstd_rand rng(7);
   for (auto _ : state) {
-    if (!StoreOurs(files, record, g_next_ours, count, batch)) state.SkipWithError("store");
-    g_next_ours += static_cast<uint32_t>(count);
-  }
-  state.SetItemsProcessed(state.iterations() * count);
-  DeAllocateJournalRecord(&record);
-  CloseJrnlFile(&files);
-}
-
-void BM_StoreBatchDirect(benchmark::State& state) { StoreDirect(state, kBatchTransactions, true); }
-void BM_StoreBatchJournal(benchmark::State& state) { StoreOurs(state, kBatchTransactions, true); }
-void BM_StoreEachDirect(benchmark::State& state) { StoreDirect(state, kEachTransactions, false); }
-void BM_StoreEachJournal(benchmark::State& state) { StoreOurs(state, kEachTransactions, false); }
-
-// --- (c) loading by post order ----------------------------------------------------------------
-
-// When the stores did not run (a filter), each side gets the same batch of invoices first.
-void EnsureStored() {
-  if (g_next_direct == 1) {
-    Direct direct;
-    bool ok = direct.Begin();
-    for (int i = 0; ok && i < kBatchTransactions; ++i) ok = direct.Store(g_next_direct++);
-    Check(ok && direct.Commit(), "storing invoices directly");
-  }
-  if (g_next_ours == 1) {
-    JrnlDBFilesType files = OpenOurs();
-    JournalRecord* record = nullptr;
-    Check(AllocateJournalRecord(&record) != 0, "allocating a record");
-    FillInvoiceRecord(record);
-    Check(StoreOurs(files, record, 1, kBatchTransactions, true), "storing invoices");
-    g_next_ours += kBatchTransactions;
-    DeAllocateJournalRecord(&record);
-    CloseJrnlFile(&files);
-  }
-}
-
-// Random post orders of stored invoices, the same sequence for both sides.
-class Probes {
- public:
-  explicit Probes(uint32_t stored) : stored_(stored) {}
-  uint32_t Next() { return 1 + static_cast<uint32_t>(random_() % stored_); }
-
- private:
-  uint32_t stored_;
-  std::minstd_rand random_{7};
-};
-
-void BM_LoadDirect(benchmark::State& state) {
-  EnsureStored();
-  Direct direct;
-  Probes probes(g_next_direct - 1);
-  for (auto _ : state) {
-    const uint32_t n = probes.Next();
-    if (direct.Load(n) != kRows || direct.header().PostOrder != n) {
+    if (!side.Load(1 + static_cast<uint32_t>(rng() % (Side::next - 1)))) {
       state.SkipWithError("transaction not loaded whole");
       break;
     }
@@ -464,165 +310,35 @@ void BM_LoadDirect(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations());
 }
 
-void BM_LoadJournal(benchmark::State& state) {
-  EnsureStored();
-  JrnlDBFilesType files = OpenOurs();
-  JournalRecord* record = nullptr;
-  Check(AllocateJournalRecord(&record) != 0, "allocating a record");
-  Probes probes(g_next_ours - 1);
-  for (auto _ : state) {
-    const uint32_t n = probes.Next();
-    record->PostOrder = n;
-    if (!GetFileEqual(files, kLockBiasNone, record, 5) || record->PostOrder != n ||
-        record->LineCount != kLines) {
-      state.SkipWithError("transaction not loaded whole");
-      break;
-    }
-  }
-  state.SetItemsProcessed(state.iterations());
-  DeAllocateJournalRecord(&record);
-  CloseJrnlFile(&files);
-}
-
-// --- Checks after the run ---------------------------------------------------------------------
-
-// Compares every stored key of a few records in ours' company with the bench's encoding of
-// the same records: the direct side then stores the key bytes the record manager does.
-// Answers false (with a message) at the first difference.
-bool SameKeyBytes(sqlite3* db, const char* base, const FileKeys& keys, size_t length) {
-  sqlite3_stmt* s = nullptr;
-  std::string sql = "SELECT f.id FROM _files f WHERE f.name=?1 COLLATE NOCASE";
-  sqlite3_prepare_v2(db, sql.c_str(), -1, &s, nullptr);
-  sqlite3_bind_text(s, 1, base, -1, SQLITE_STATIC);
-  const bool listed = sqlite3_step(s) == SQLITE_ROW;
-  if (!listed) {
-    sqlite3_finalize(s);
-    return false;
-  }
-  const std::string table = TableName(sqlite3_column_int64(s, 0), s);
-  sql = "SELECT data";
-  for (size_t i = 0; i < keys.keys.size(); ++i) sql += ", k" + std::to_string(i);
-  sql += " FROM " + table + " ORDER BY pos LIMIT 200";
-  if (sqlite3_prepare_v2(db, sql.c_str(), -1, &s, nullptr) != SQLITE_OK) return false;
+// After the run: the key columns the record manager stored for the first transaction (its
+// header, then its rows) are the bytes the direct side binds for the same records.
+bool SameKeyBytes(sqlite3* db, const char* base, const std::vector<KeySeg>& keys, int records) {
+  std::string sql = "SELECT data";
+  for (size_t k = 0; k < KeyCount(keys); ++k) sql += ", k" + std::to_string(k);
+  sqlite3_stmt* s =
+      Prepare(db, base, sql + " FROM $T ORDER BY pos LIMIT " + std::to_string(records));
+  std::vector<uint8_t> buf(KeyBytes(keys));
+  int seen = 0;
   bool same = true;
-  int records = 0;
-  std::vector<uint8_t> encoded(keys.total);
-  while (same && sqlite3_step(s) == SQLITE_ROW) {
-    ++records;
-    const auto* rec = static_cast<const uint8_t*>(sqlite3_column_blob(s, 0));
-    same = static_cast<size_t>(sqlite3_column_bytes(s, 0)) == length;
-    for (size_t slot = 0; same && slot < keys.keys.size(); ++slot) {
-      uint8_t* end = encoded.data();
-      for (const KeySeg& seg : keys.keys[slot]) end = Encode(end, rec, seg);
-      const int column = static_cast<int>(slot + 1);
-      const auto size = static_cast<size_t>(end - encoded.data());
-      same = static_cast<size_t>(sqlite3_column_bytes(s, column)) == size &&
-             std::memcmp(sqlite3_column_blob(s, column), encoded.data(), size) == 0;
-      if (!same) std::fprintf(stderr, "journldb_bench: %s key slot %zu differs\n", base, slot);
-    }
-  }
+  for (; same && sqlite3_step(s) == SQLITE_ROW; ++seen)
+    ForEachKey(keys, sqlite3_column_blob(s, 0), buf.data(),
+               [&](int key, const uint8_t* b, size_t n) {
+                 const bool equal = static_cast<size_t>(sqlite3_column_bytes(s, key + 1)) == n &&
+                                    std::memcmp(sqlite3_column_blob(s, key + 1), b, n) == 0;
+                 if (!equal) std::fprintf(stderr, "journldb_bench: %s key %d differs\n", base, key);
+                 same = same && equal;
+               });
   sqlite3_finalize(s);
-  return same && records > 0;
+  return same && seen == records;
 }
-
-// The first offset where the two companies' header (row) of post order 1 differ, GUIDs
-// aside; -1 when they are the same.
-long FirstDifference(const uint8_t* a, const uint8_t* b, size_t length, size_t guid_offset) {
-  for (size_t i = 0; i < length; ++i)
-    if (a[i] != b[i] && (i < guid_offset || i >= guid_offset + 16)) return static_cast<long>(i);
-  return -1;
-}
-
-bool CheckSides() {
-  sqlite3* db = nullptr;
-  if (sqlite3_open_v2((g_ours + "/records.db").c_str(), &db, SQLITE_OPEN_READONLY, nullptr) !=
-      SQLITE_OK) {
-    sqlite3_close_v2(db);
-    return false;
-  }
-  const bool keys = SameKeyBytes(db, "jrnlhdr.dat", g_hdr_keys, sizeof(JrnlHdrType)) &&
-                    SameKeyBytes(db, "jrnlrow.dat", g_row_keys, sizeof(JrnlRowType));
-  sqlite3_close_v2(db);
-  if (!keys) return false;
-  // The same invoice as both sides wrote it.
-  JrnlDBFilesType files = OpenOurs();
-  JrnlHdrType hdr;
-  JrnlRowType rows[kRows];
-  int count = 0;
-  std::memset(&hdr, 0, sizeof hdr);
-  hdr.PostOrder = 1;
-  const bool ok = GetFileEqual(files.HdrFile, kLockBiasNone, sizeof hdr, &hdr, 5) != 0;
-  JrnlRowType row;
-  std::memset(&row, 0, sizeof row);
-  row.PostOrder = 1;
-  for (uint8_t more = ok ? GetFileGE(files.RowFile, kLockBiasNone, sizeof row, &row, 1) : 0;
-       more && row.PostOrder == 1 && count < kRows;
-       more = GetFileNext(files.RowFile, kLockBiasNone, sizeof row, &row, 1))
-    rows[count++] = row;
-  CloseJrnlFile(&files);
-  Direct direct;
-  const int direct_rows = direct.Load(1);
-  if (!ok || count != kRows || direct_rows != kRows) return false;
-  JrnlHdrType direct_hdr = direct.header();
-  long at = FirstDifference(reinterpret_cast<const uint8_t*>(&hdr),
-                            reinterpret_cast<const uint8_t*>(&direct_hdr), sizeof hdr,
-                            offsetof(JrnlHdrType, Guid));
-  if (at >= 0) std::fprintf(stderr, "journldb_bench: headers differ at %ld\n", at);
-  bool same = at < 0;
-  // The store's rows of post order 1 in key order against the rows the direct side makes.
-  JrnlRowType expected[kRows];
-  JrnlHdrType unused;
-  MakeInvoiceRecords(1, &unused, expected);
-  for (int i = 0; i < kRows; ++i) {
-    at = FirstDifference(reinterpret_cast<const uint8_t*>(&rows[i]),
-                         reinterpret_cast<const uint8_t*>(&expected[i]), sizeof rows[i],
-                         offsetof(JrnlRowType, Guid));
-    if (at >= 0) std::fprintf(stderr, "journldb_bench: row %d differs at %ld\n", i, at);
-    same = same && at < 0;
-  }
-  return same;
-}
-
-// Keeps the best items/s of every benchmark (over repetitions).
-struct RatioReporter : benchmark::ConsoleReporter {
-  RatioReporter() : ConsoleReporter(ConsoleOptions()) {}
-  void ReportRuns(const std::vector<Run>& runs) override {
-    for (const Run& run : runs) {
-      auto it = run.counters.find("items_per_second");
-      if (run.run_type != Run::RT_Iteration || run.error_occurred || it == run.counters.end())
-        continue;
-      double& best = best_items_per_second[run.run_name.function_name];
-      best = std::max(best, static_cast<double>(it->second));
-    }
-    ConsoleReporter::ReportRuns(runs);
-  }
-  std::map<std::string, double> best_items_per_second;
-};
 
 }  // namespace
 
-// The stores are one pass per repetition (the files keep growing, alike on both sides);
-// the loads run for a while each.
-void OnePass(benchmark::internal::Benchmark* b) {
-  b->Repetitions(3)->Iterations(1)->UseRealTime()->Unit(benchmark::kMillisecond);
-}
-void Timed(benchmark::internal::Benchmark* b) {
-  b->Repetitions(3)->MinTime(0.5)->UseRealTime()->Unit(benchmark::kMicrosecond);
-}
-BENCHMARK(BM_StoreBatchDirect)->Apply(OnePass);
-BENCHMARK(BM_StoreBatchJournal)->Apply(OnePass);
-BENCHMARK(BM_StoreEachDirect)->Apply(OnePass);
-BENCHMARK(BM_StoreEachJournal)->Apply(OnePass);
-BENCHMARK(BM_LoadDirect)->Apply(Timed);
-BENCHMARK(BM_LoadJournal)->Apply(Timed);
-
 int main(int argc, char** argv) {
   InitializeBenchmarks(&argc, argv);
-  char pattern[] = "/tmp/journldb-bench-XXXXXX";
-  Check(mkdtemp(pattern) != nullptr, "mkdtemp");
-  g_root = pattern;
-  g_ours = g_root + "/books";
-  g_direct = g_root + "/direct";
+  StartRun("journldb_bench", CloseInternalJrnlFiles);
+  g_ours = g_run.root + "/books";
+  g_direct = g_run.root + "/direct";
   std::error_code made;
   Check(std::filesystem::create_directory(g_ours, made) &&
             std::filesystem::create_directory(g_direct, made),
@@ -633,31 +349,42 @@ int main(int argc, char** argv) {
   // The journal store opens the company's files by their standard names.
   Check(chdir(g_ours.c_str()) == 0, "chdir");
   g_szCompanyPath = g_ours.c_str();
-  g_hdr_keys = KeysOf(DataFileKind::kJrnlHdr);
-  g_row_keys = KeysOf(DataFileKind::kJrnlRow);
+  FileSpec spec;
+  Check(DescribeDataFile(DataFileKind::kJrnlHdr, &spec), "describing the header file");
+  g_hdr_keys = KeySegments(spec);
+  Check(DescribeDataFile(DataFileKind::kJrnlRow, &spec), "describing the row file");
+  g_row_keys = KeySegments(spec);
 
+  // The stores are one pass per repetition (the files keep growing, alike on both sides);
+  // the loads run for a while each.
+  using benchmark::RegisterBenchmark;
+  RegisterBenchmark("BM_StoreBatchDirect", Store<Direct>, kBatchTransactions, true)->Apply(OnePass);
+  RegisterBenchmark("BM_StoreBatchJournal", Store<Ours>, kBatchTransactions, true)->Apply(OnePass);
+  RegisterBenchmark("BM_StoreEachDirect", Store<Direct>, kEachTransactions, false)->Apply(OnePass);
+  RegisterBenchmark("BM_StoreEachJournal", Store<Ours>, kEachTransactions, false)->Apply(OnePass);
+  for (auto* b : {RegisterBenchmark("BM_LoadDirect", Load<Direct>),
+                  RegisterBenchmark("BM_LoadJournal", Load<Ours>)})
+    b->Repetitions(3)->MinTime(0.5)->UseRealTime()->Unit(benchmark::kMicrosecond);
   RatioReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
-  const bool checked = g_next_ours > 1 && g_next_direct > 1 && CheckSides();
-  Cleanup();
-  if (g_next_ours > 1 && g_next_direct > 1 && !checked) {
-    std::fprintf(stderr, "journldb_bench: the two sides did not write the same records\n");
-    return 1;
+  if (Ours::next > 1) {
+    sqlite3* db = OpenDirect(g_ours);
+    const bool same = SameKeyBytes(db, "jrnlhdr.dat", g_hdr_keys, 1) &&
+                      SameKeyBytes(db, "jrnlrow.dat", g_row_keys, kRows);
+    sqlite3_close_v2(db);
+    Check(same, "comparing the two sides' key bytes");
   }
-  auto best = [&](const std::string& name) { return reporter.best_items_per_second[name]; };
+  EndRun();
   const std::pair<const char*, const char*> comparisons[] = {
       {"StoreBatch", "store-batch"}, {"StoreEach", "store-each"}, {"Load", "load"}};
-  for (const auto& [what, label] : comparisons) {
-    const double direct = best(std::string("BM_") + what + "Direct"),
-                 ours = best(std::string("BM_") + what + "Journal");
-    std::printf("%s transactions per second: journal store %.0f, direct SQLite %.0f\n", label, ours,
-                direct);
-  }
-  for (const auto& [what, label] : comparisons) {  // ours over direct, time per transaction
-    const double direct = best(std::string("BM_") + what + "Direct"),
-                 ours = best(std::string("BM_") + what + "Journal");
-    std::printf("ratio %s %.2f\n", label, direct > 0 && ours > 0 ? direct / ours : -1.0);
-  }
+  for (const auto& [what, label] : comparisons)
+    std::printf("%s transactions per second: journal store %.0f, direct SQLite %.0f\n", label,
+                reporter.Best(std::string("BM_") + what + "Journal"),
+                reporter.Best(std::string("BM_") + what + "Direct"));
+  for (const auto& [what, label] : comparisons)  // ours over direct, time per transaction
+    std::printf("ratio %s %.2f\n", label,
+                reporter.TimeRatio(std::string("BM_") + what + "Journal",
+                                   std::string("BM_") + what + "Direct"));
   benchmark::Shutdown();
   return 0;
 }

@@ -10,16 +10,12 @@
 // read|walk|insert|walk+lookup X.XX": our time per operation over SQLite's (best
 // repetitions), and what a look-up per row adds to a walk, ours and SQLite's ("walk+lookup
 // over walk").
-#include <sqlite3.h>
-#include <stdlib.h>
-
 #include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <functional>
-#include <map>
 #include <random>
 #include <span>
 #include <string>
@@ -38,20 +34,10 @@ constexpr int kMasterRecords = 100'000, kWalkRows = 1'000'000, kInsertRows = 100
 constexpr int kLookupWalkRows = 200'000, kItems = 2'000;
 constexpr uint16_t kMasterLen = 400, kRowLen = 373;
 
-std::string g_root;                             // temporary directory of the whole run
 std::vector<std::array<char, 21>> g_probe_ids;  // random existing master IDs, for both sides
 std::vector<uint8_t> g_insert_rows;             // the rows of (c), the same for both sides
 
-std::string Dir(const char* name) { return g_root + "/" + name; }
-
-void Check(bool ok, const char* what) {
-  if (ok) return;
-  std::fprintf(stderr, "record_manager_bench: %s failed (status %u)\n", what,
-               GetErrorCode(nullptr));
-  std::error_code ignored;
-  if (!g_root.empty()) std::filesystem::remove_all(g_root, ignored);
-  std::exit(1);
-}
+std::string Dir(const char* name) { return g_run.root + "/" + name; }
 
 BtrvFile* OpenFile(const std::string& name, uint16_t mode) {
   BtrvFile* f = nullptr;
@@ -59,27 +45,19 @@ BtrvFile* OpenFile(const std::string& name, uint16_t mode) {
   return f;
 }
 
-// A key segment: the key it belongs to, the field's offset and length, its type.
-struct Seg {
-  int key;
-  size_t off;
-  uint16_t len;
-  uint8_t type;
-};
-
 // Journal row fields used by the keys, and the row file's eight keys.
 constexpr size_t kAccount = 0, kPost = 4, kLine = 8, kItem = 10, kJob = 14, kPhase = 18, kCost = 39,
                  kLink = 60, kJrnl = 66, kDate = 70, kFlag = 74, kAmount = 87;
 constexpr uint8_t kInt = kExtInteger, kUns = kExtUnsignedBinary, kDat = kExtDate, kZ = kExtZString;
-constexpr Seg kRowKeys[] = {{0, kPost, 4, kUns},    {1, kPost, 4, kUns}, {1, kLine, 2, kInt},
-                            {2, kAccount, 4, kInt}, {2, kDate, 4, kDat}, {2, kPost, 4, kUns},
-                            {3, kItem, 4, kInt},    {3, kDate, 4, kDat}, {4, kJob, 4, kInt},
-                            {4, kPhase, 21, kZ},    {5, kLink, 4, kUns}, {5, kDate, 4, kDat},
-                            {6, kJob, 4, kInt},     {6, kCost, 21, kZ},  {7, kItem, 4, kInt},
-                            {7, kJrnl, 4, kInt},    {7, kDate, 4, kDat}, {7, kFlag, 1, kUns}};
+constexpr KeySeg kRowKeys[] = {{0, kPost, 4, kUns},    {1, kPost, 4, kUns}, {1, kLine, 2, kInt},
+                               {2, kAccount, 4, kInt}, {2, kDate, 4, kDat}, {2, kPost, 4, kUns},
+                               {3, kItem, 4, kInt},    {3, kDate, 4, kDat}, {4, kJob, 4, kInt},
+                               {4, kPhase, 21, kZ},    {5, kLink, 4, kUns}, {5, kDate, 4, kDat},
+                               {6, kJob, 4, kInt},     {6, kCost, 21, kZ},  {7, kItem, 4, kInt},
+                               {7, kJrnl, 4, kInt},    {7, kDate, 4, kDat}, {7, kFlag, 1, kUns}};
 
 // A description from segments (only those of key `only`, numbered by hand, when >= 0).
-FileSpec Spec(uint16_t length, std::span<const Seg> segs, uint16_t flags, int only = -1) {
+FileSpec Spec(uint16_t length, std::span<const KeySeg> segs, uint16_t flags, int only = -1) {
   FileSpec spec = {};
   spec.recordLength = length;
   spec.pageSize = 4096;
@@ -97,17 +75,6 @@ FileSpec Spec(uint16_t length, std::span<const Seg> segs, uint16_t flags, int on
 }
 FileSpec RowSpec(int only = -1) {
   return Spec(kRowLen, kRowKeys, kKeyDuplicates | kKeyModifiable, only);
-}
-
-// Key bytes as the store orders them: integers big-endian with the sign bit flipped,
-// unsigned numbers and dates (year, month, day) big-endian, zero-terminated text padded.
-uint8_t* Encode(uint8_t* out, const uint8_t* rec, const Seg& s) {
-  const uint8_t* src = rec + s.off;
-  const size_t n = s.type == kZ ? strnlen(reinterpret_cast<const char*>(src), s.len) : s.len;
-  for (size_t i = 0; i < s.len; ++i)
-    out[i] = s.type != kZ ? src[s.len - 1 - i] : i < n ? src[i] : 0;
-  if (s.type == kInt) out[0] ^= 0x80;
-  return out + s.len;
 }
 
 std::vector<uint8_t> MakeRows(int count, uint32_t seed) {
@@ -134,32 +101,6 @@ std::vector<uint8_t> MakeRows(int count, uint32_t seed) {
   return rows;
 }
 
-sqlite3* OpenDirect(const std::string& dir) {
-  sqlite3* db = nullptr;
-  const char* pragmas =
-      "PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL; PRAGMA cache_size=-32768";
-  Check(sqlite3_open_v2((dir + "/records.db").c_str(), &db,
-                        SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr) == SQLITE_OK &&
-            sqlite3_exec(db, pragmas, nullptr, nullptr, nullptr) == SQLITE_OK,
-        "opening SQLite");
-  return db;
-}
-
-// Prepares sql with "$T" standing for the table of the data file base.
-sqlite3_stmt* Prepare(sqlite3* db, const char* base, std::string sql) {
-  sqlite3_stmt* s = nullptr;
-  sqlite3_prepare_v2(db, "SELECT id FROM _files WHERE name=?1", -1, &s, nullptr);
-  sqlite3_bind_text(s, 1, base, -1, SQLITE_STATIC);
-  Check(sqlite3_step(s) == SQLITE_ROW, "catalogue look-up");
-  const size_t at = sql.find("$T");
-  sql = sql.substr(0, at) + "f" + std::to_string(sqlite3_column_int64(s, 0)) + sql.substr(at + 2);
-  sqlite3_finalize(s);
-  Check(
-      sqlite3_prepare_v3(db, sql.c_str(), -1, SQLITE_PREPARE_PERSISTENT, &s, nullptr) == SQLITE_OK,
-      sql.c_str());
-  return s;
-}
-
 // Creates (or replaces) dir/base from spec and inserts count records made by record(i), in
 // one batch; answers the file's name.
 std::string Fill(const std::string& dir, const char* base, const FileSpec& spec, int count,
@@ -176,7 +117,7 @@ std::string Fill(const std::string& dir, const char* base, const FileSpec& spec,
 
 void BuildFiles() {
   // The master: ID (zero-terminated, 21 at 4) is key 0, the record number (s32 at 0) key 1.
-  const Seg master_keys[] = {{0, 4, 21, kZ}, {1, 0, 4, kExtAutoIncrement}};
+  const KeySeg master_keys[] = {{0, 4, 21, kZ}, {1, 0, 4, kExtAutoIncrement}};
   std::vector<uint8_t> rec(kMasterLen);
   Fill(Dir("read"), "CUSTOMER.DAT", Spec(kMasterLen, master_keys, 0), kMasterRecords, [&](int i) {
     std::fill(rec.begin(), rec.end(), 0);
@@ -196,7 +137,7 @@ void BuildFiles() {
   });
   g_insert_rows = MakeRows(kInsertRows, 7);
   // The items the walk looks up, beside the rows: number (s32 at 0) is key 0.
-  const Seg item_keys[] = {{0, 0, 4, kInt}};
+  const KeySeg item_keys[] = {{0, 0, 4, kInt}};
   Fill(Dir("walk"), "LINEITEM.DAT", Spec(kMasterLen, item_keys, 0), kItems, [&](int i) {
     std::fill(rec.begin(), rec.end(), 0);
     const int32_t number = i + 1;
@@ -286,7 +227,7 @@ void BM_WalkLookupDirect(benchmark::State& state) {
   for (auto _ : state) {
     for (int n = 0; n < kLookupWalkRows && sqlite3_step(walk) == SQLITE_ROW; ++n, ++rows) {
       std::memcpy(rec, sqlite3_column_blob(walk, 2), kRowLen);
-      Encode(key, rec, Seg{0, kItem, 4, kInt});
+      EncodeKey(key, rec, KeySeg{0, kItem, 4, kInt});
       sqlite3_bind_blob(item, 1, key, sizeof key, SQLITE_STATIC);
       if (sqlite3_step(item) != SQLITE_ROW) state.SkipWithError("item not found");
       std::memcpy(master, sqlite3_column_blob(item, 2), kMasterLen);
@@ -329,21 +270,13 @@ void BM_InsertDirect(benchmark::State& state) {
     state.PauseTiming();
     Fill(Dir("insert-direct"), "JRNLROW.DAT", RowSpec(), 0);  // an empty file of 8 keys
     sqlite3* db = OpenDirect(Dir("insert-direct"));
-    sqlite3_stmt* s = Prepare(db, "jrnlrow.dat",
-                              "INSERT INTO $T(ver, k0, k1, k2, k3, k4, k5, k6, k7, data) "
-                              "VALUES(1, ?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9)");
+    sqlite3_stmt* s = Prepare(db, "jrnlrow.dat", InsertSql(KeyCount(kRowKeys)));
     state.ResumeTiming();
     sqlite3_exec(db, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr);
     uint8_t keys[128];
     for (int i = 0; i < kInsertRows; ++i) {
       const uint8_t* r = &g_insert_rows[static_cast<size_t>(i) * kRowLen];
-      uint8_t* k = keys;
-      for (int key = 0; key < 8; ++key) {
-        uint8_t* start = k;
-        for (const Seg& seg : kRowKeys)
-          if (seg.key == key) k = Encode(k, r, seg);
-        sqlite3_bind_blob(s, key + 1, start, static_cast<int>(k - start), SQLITE_STATIC);
-      }
+      BindKeys(s, kRowKeys, r, keys);
       sqlite3_bind_blob(s, 9, r, kRowLen, SQLITE_STATIC);
       if (sqlite3_step(s) != SQLITE_DONE) state.SkipWithError("insert");
       sqlite3_reset(s);
@@ -375,29 +308,10 @@ void BM_InsertRecordManager(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations() * kInsertRows);
 }
 
-// Keeps the best items/s of every benchmark (over repetitions) for the ratio lines.
-struct RatioReporter : benchmark::ConsoleReporter {
-  RatioReporter() : ConsoleReporter(ConsoleOptions()) {}
-  void ReportRuns(const std::vector<Run>& runs) override {
-    for (const Run& run : runs) {
-      auto it = run.counters.find("items_per_second");
-      if (run.run_type != Run::RT_Iteration || run.error_occurred || it == run.counters.end())
-        continue;
-      double& best = best_items_per_second[run.run_name.function_name];
-      best = std::max(best, static_cast<double>(it->second));
-    }
-    ConsoleReporter::ReportRuns(runs);
-  }
-  std::map<std::string, double> best_items_per_second;
-};
-
 }  // namespace
 
 // The reads run for a while each; the walk and the inserts are one pass per repetition.
 void Timed(benchmark::internal::Benchmark* b) { b->Repetitions(3)->MinTime(0.5)->UseRealTime(); }
-void OnePass(benchmark::internal::Benchmark* b) {
-  b->Repetitions(3)->Iterations(1)->UseRealTime()->Unit(benchmark::kMillisecond);
-}
 BENCHMARK(BM_ReadDirect)->Apply(Timed);
 BENCHMARK(BM_ReadRecordManager)->Apply(Timed);
 BENCHMARK(BM_WalkDirect)->Apply(OnePass);
@@ -409,26 +323,20 @@ BENCHMARK(BM_InsertRecordManager)->Apply(OnePass);
 
 int main(int argc, char** argv) {
   InitializeBenchmarks(&argc, argv);
-  char pattern[] = "/tmp/rm-bench-XXXXXX";
-  Check(mkdtemp(pattern) != nullptr, "mkdtemp");
-  g_root = pattern;
+  StartRun("record_manager_bench");
   BuildFiles();
   RatioReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
-  std::filesystem::remove_all(g_root);
-  auto best = [&](const std::string& name) { return reporter.best_items_per_second[name]; };
+  EndRun();
   for (std::string what : {"Read", "Walk", "Insert", "WalkLookup"}) {  // ours / direct per op
-    const double direct = best("BM_" + what + "Direct"),
-                 ours = best("BM_" + what + "RecordManager");
     std::string label = what == "WalkLookup" ? "walk+lookup" : what;
     label[0] = static_cast<char>(std::tolower(label[0]));
-    std::printf("ratio %s %.2f\n", label.c_str(), direct > 0 && ours > 0 ? direct / ours : -1.0);
+    std::printf("ratio %s %.2f\n", label.c_str(),
+                reporter.TimeRatio("BM_" + what + "RecordManager", "BM_" + what + "Direct"));
   }
   // What a look-up per row adds to a walk, per row, ours and direct SQLite's.
-  auto added = [&](const char* side) {
-    const double walk = best(std::string("BM_Walk") + side),
-                 with_lookup = best(std::string("BM_WalkLookup") + side);
-    return walk > 0 && with_lookup > 0 ? walk / with_lookup : -1.0;
+  auto added = [&](const std::string& side) {
+    return reporter.TimeRatio("BM_WalkLookup" + side, "BM_Walk" + side);
   };
   std::printf("walk+lookup over walk %.2f (direct SQLite %.2f)\n", added("RecordManager"),
               added("Direct"));
