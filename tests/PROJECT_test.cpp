@@ -16,18 +16,23 @@
 
 namespace {
 
-template <size_t N>
+using Ints = std::vector<int>;
+using Strs = std::vector<std::string>;
+
+template <size_t N = 21>
 FixedString<N> Fixed(const char* text) {
   FixedString<N> f{};
   f = text;
   return f;
 }
 
-DatesType Date(int year, int month, int day) {
+DatesType Date(int month, int day) {  // of 2026
   DatesType d{};
-  MakeDate(month, day, year, d);
+  MakeDate(month, day, 2026, d);
   return d;
 }
+
+bool SameGuid(const GUID& a, const GUID& b) { return std::memcmp(&a, &b, sizeof a) == 0; }
 
 template <typename Record, typename Open>
 void Insert(Open open, Record* record) {
@@ -35,6 +40,21 @@ void Insert(Open open, Record* record) {
   ASSERT_NE(open(&file, kOpenModeNormal), 0);
   EXPECT_NE(InsertRecord(file, sizeof *record, record), 0);
   RealCloseFile(&file, __FILE__, __LINE__);
+}
+
+// Inserts the estimates into the open estimate file.
+void AddEstimates(BtrvFile* file, const std::vector<JobEstRecord>& estimates) {
+  for (JobEstRecord e : estimates) EXPECT_NE(InsertRecord(file, sizeof e, &e), 0);
+}
+
+// The project of every estimate in the file, in key order.
+Ints EstimateProjects(BtrvFile* file) {
+  Ints out;
+  JobEstRecord e{};
+  for (uint8_t ok = GetFileLowest(file, 0, sizeof e, &e, 0); ok;
+       ok = GetFileNext(file, 0, sizeof e, &e, 0))
+    out.push_back(e.Project);
+  return out;
 }
 
 class JobsTest : public CompanyTest {
@@ -61,11 +81,8 @@ class JobsTest : public CompanyTest {
   }
 
   void AddProject(const char* id, const char* name, bool inactive, bool uses_phases) {
-    ProjectRecord p{};
-    p.ID = id;
-    p.Name = name;
-    p.StartDate = Date(2026, 1, 5);
-    p.EndDate = Date(2026, 12, 31);
+    ProjectRecord p{.ID = Fixed(id), .Name = Fixed<31>(name), .StartDate = Date(1, 5)};
+    p.EndDate = Date(12, 31);
     p.Inactive = inactive;
     p.UsesPhases = uses_phases;
     AssignGUID(p.Guid);
@@ -73,9 +90,7 @@ class JobsTest : public CompanyTest {
     projects_.push_back(p);
   }
   void AddPhase(const char* id, const char* description, bool inactive) {
-    PhaseRecord p{};
-    p.ID = id;
-    p.Description = description;
+    PhaseRecord p{.ID = Fixed(id), .Description = Fixed<31>(description)};
     p.CostType = "Subcontract";
     p.UsesCostCodes = !inactive;
     p.Inactive = inactive;
@@ -83,34 +98,18 @@ class JobsTest : public CompanyTest {
     phases_.push_back(p);
   }
   void AddCost(const char* id, const char* description, const char* type, bool inactive) {
-    CostRecord c{};
-    c.ID = id;
-    c.Description = description;
+    CostRecord c{.ID = Fixed(id), .Description = Fixed<31>(description)};
     c.CostType = type;
     c.Inactive = inactive;
     Insert(OpenCostFile, &c);
     costs_.push_back(c);
   }
   void AddRow(int32_t job, const char* phase, const char* cost) {
-    JrnlRowType row{};
-    row.PostOrder = static_cast<uint32_t>(++rows_);
-    row.Job = job;
+    JrnlRowType row{.PostOrder = static_cast<uint32_t>(++rows_), .Job = job};
     std::strcpy(row.Phase, phase);
     std::strcpy(row.CostCode, cost);
     AssignGUID(row.Guid);
     Insert(OpenJrnlRowFile, &row);
-  }
-  static void AddEstimates(BtrvFile* file, const std::vector<JobEstRecord>& estimates) {
-    for (JobEstRecord e : estimates) EXPECT_NE(InsertRecord(file, sizeof e, &e), 0);
-  }
-  static std::vector<int32_t> EstimateProjects(BtrvFile* file) {
-    std::vector<int32_t> out;
-    JobEstRecord e{};
-    for (uint8_t ok = GetFileLowest(file, 0, sizeof e, &e, 0); ok;
-         ok = GetFileNext(file, 0, sizeof e, &e, 0)) {
-      out.push_back(e.Project);
-    }
-    return out;
   }
 
   std::vector<ProjectRecord> projects_;
@@ -120,105 +119,90 @@ class JobsTest : public CompanyTest {
 };
 
 TEST_F(JobsTest, ProjectsTranslateAndAskBeforeAnInactiveOneIsUsed) {
-  EXPECT_EQ(GetProjNumFromID(Fixed<21>("JOB-B")), 2);
-  EXPECT_EQ(GetProjNumFromID(Fixed<21>("")), 0);
-  EXPECT_EQ(GetProjNumFromGUID(projects_[2].Guid), 3);
-  FixedString<21> id = Fixed<21>("stale");
-  EXPECT_TRUE(GetProjIDFromNum(4, id));
-  EXPECT_STREQ(id, "JOB-D");
-  EXPECT_FALSE(GetProjIDFromNum(9, id));
-  EXPECT_STREQ(id, "");
+  // IDs not found come back empty; a GUID not found is left as it was.
+  FixedString<21> found = Fixed("stale"), missing = Fixed("stale");
   GUID guid = projects_[3].Guid;
-  EXPECT_FALSE(GetProjGUIDFromNum(0, guid));  // left as it was
-  EXPECT_EQ(std::memcmp(&guid, &projects_[3].Guid, sizeof guid), 0);
-  EXPECT_TRUE(GetProjGUIDFromNum(1, guid));
-  EXPECT_EQ(std::memcmp(&guid, &projects_[0].Guid, sizeof guid), 0);
-  EXPECT_TRUE(ProjExist(Fixed<21>("JOB-C")) && ProjExist(3));
-  EXPECT_FALSE(ProjExist(Fixed<21>("JOB-Z")) || ProjExist(5) || ProjExist(0));
-  EXPECT_TRUE(UsePhases(Fixed<21>("JOB-A")));
-  EXPECT_FALSE(UsePhases(Fixed<21>("JOB-C")) || UsePhases(Fixed<21>("JOB-Z")));
-  ProjectRecord record;
+  EXPECT_EQ((Ints{GetProjNumFromID(Fixed("JOB-B")), GetProjNumFromID(Fixed("")),
+                  GetProjNumFromGUID(projects_[2].Guid), GetProjIDFromNum(4, found),
+                  GetProjIDFromNum(9, missing), GetProjGUIDFromNum(0, guid),
+                  SameGuid(guid, projects_[3].Guid), GetProjGUIDFromNum(1, guid),
+                  SameGuid(guid, projects_[0].Guid), ProjExist(Fixed("JOB-C")), ProjExist(3),
+                  ProjExist(Fixed("JOB-Z")), ProjExist(5), ProjExist(0), UsePhases(Fixed("JOB-A")),
+                  UsePhases(Fixed("JOB-C")), UsePhases(Fixed("JOB-Z"))}),
+            (Ints{2, 0, 3, 1, 0, 0, 1, 1, 1, 1, 1, 0, 0, 0, 1, 0, 0}));
+  EXPECT_EQ((Strs{found.s, missing.s}), (Strs{"JOB-D", ""}));
+  ProjectRecord record, by_guid{.Guid = projects_[1].Guid};
   EXPECT_TRUE(GetProjectInfo(2, &record));
   EXPECT_STREQ(record.Name, "Bayview garden shed");
-  EXPECT_FALSE(GetProjectInfo(Fixed<21>("JOB-Z"), &record));
+  EXPECT_FALSE(GetProjectInfo(Fixed("JOB-Z"), &record));
   EXPECT_EQ(record.RecordNumber, 0);
-  record = {};
-  record.Guid = projects_[1].Guid;
-  EXPECT_TRUE(GetProj(&record, kProjKeyGUID));
-  EXPECT_STREQ(record.ID, "JOB-B");
+  EXPECT_TRUE(GetProj(&by_guid, kProjKeyGUID));
+  EXPECT_STREQ(by_guid.ID, "JOB-B");
 
-  EXPECT_TRUE(ProjTrxAllowed(Fixed<21>("JOB-A")));
-  EXPECT_FALSE(ProjTrxAllowed(Fixed<21>("")));
-  EXPECT_TRUE(messages_.shown().empty());
-  EXPECT_FALSE(ProjTrxAllowed(Fixed<21>("JOB-Z")));
-  EXPECT_EQ(messages_.Last().text, "Project JOB-Z was not found.");
+  // No message for an empty ID or an active project; the inactive one asks, No by default.
+  EXPECT_EQ((Ints{ProjTrxAllowed(Fixed("JOB-A")), ProjTrxAllowed(Fixed("")),
+                  ProjTrxAllowed(Fixed("JOB-Z"))}),
+            (Ints{1, 0, 0}));
   messages_.Answer(IDNO);
-  EXPECT_FALSE(ProjTrxAllowed(Fixed<21>("JOB-B")));
+  EXPECT_FALSE(ProjTrxAllowed(Fixed("JOB-B")));
   messages_.Answer(IDYES);
-  EXPECT_TRUE(ProjTrxAllowed(Fixed<21>("JOB-B")));
-  EXPECT_EQ(messages_.Numbers(), (std::vector<int>{801, 804, 804}));
+  EXPECT_TRUE(ProjTrxAllowed(Fixed("JOB-B")));
+  EXPECT_EQ(messages_.Numbers(), (Ints{801, 804, 804}));
+  EXPECT_EQ(messages_.shown()[0].text, "Project JOB-Z was not found.");
   EXPECT_NE(messages_.Last().text.find("JOB-B"), std::string::npos);
 }
 
 TEST_F(JobsTest, PhasesAndCostCodesTranslateAndAsk) {
-  EXPECT_EQ(GetPhaseNumFromID(Fixed<21>("P3")), 3);
-  EXPECT_EQ(GetCostNumFromID(Fixed<21>("C2")), 2);
-  FixedString<21> id = Fixed<21>("stale");
-  EXPECT_FALSE(GetPhaseIDFromNum(0, id));
-  EXPECT_STREQ(id, "");
-  EXPECT_TRUE(GetCostIDFromNum(3, id));
-  EXPECT_STREQ(id, "C3");
-  EXPECT_TRUE(PhaseExist(Fixed<21>("P4")) && CostExist(Fixed<21>("C1")));
-  EXPECT_FALSE(PhaseExist(Fixed<21>("C1")) || CostExist(Fixed<21>("P1")));
-  EXPECT_TRUE(UseCosts(Fixed<21>("P1")) && bIsPhaseInactive(Fixed<21>("P2")));
-  EXPECT_TRUE(bIsCostInactive(Fixed<21>("C2")));
-  EXPECT_FALSE(bIsCostInactive(Fixed<21>("C1")) || bIsPhaseInactive(Fixed<21>("P9")));
-  FixedString<31> description = Fixed<31>("stale");
-  EXPECT_FALSE(GetPhaseDescription(Fixed<21>("P9"), description));
-  EXPECT_STREQ(description, "");
-  EXPECT_TRUE(GetCostDescription(Fixed<21>("C3"), description));
-  EXPECT_STREQ(description, "Equipment");
-  FixedString<21> type;
-  EXPECT_TRUE(bGetCostTypeFromPhase(Fixed<21>("P1"), type));
-  EXPECT_STREQ(type, "Subcontract");
-  EXPECT_TRUE(bGetCostTypeFromCost(Fixed<21>("C1"), type));
-  EXPECT_STREQ(type, "Direct labor costs o");  // the cost code's 30 characters cut to 20
+  FixedString<21> phase = Fixed("stale"), cost = Fixed("stale"), phase_type, cost_type;
+  FixedString<31> missing = Fixed<31>("stale"), description;
+  EXPECT_EQ(
+      (Ints{GetPhaseNumFromID(Fixed("P3")), GetCostNumFromID(Fixed("C2")),
+            GetPhaseIDFromNum(0, phase), GetCostIDFromNum(3, cost), PhaseExist(Fixed("P4")),
+            CostExist(Fixed("C1")), PhaseExist(Fixed("C1")), CostExist(Fixed("P1")),
+            UseCosts(Fixed("P1")), bIsPhaseInactive(Fixed("P2")), bIsCostInactive(Fixed("C2")),
+            bIsCostInactive(Fixed("C1")), bIsPhaseInactive(Fixed("P9")),
+            GetPhaseDescription(Fixed("P9"), missing), GetCostDescription(Fixed("C3"), description),
+            bGetCostTypeFromPhase(Fixed("P1"), phase_type),
+            bGetCostTypeFromCost(Fixed("C1"), cost_type)}),
+      (Ints{3, 2, 0, 1, 1, 1, 0, 0, 1, 1, 1, 0, 0, 0, 1, 1, 1}));
+  // The cost code's 30 characters of type are cut to 20.
+  EXPECT_EQ((Strs{phase.s, cost.s, missing.s, description.s, phase_type.s, cost_type.s}),
+            (Strs{"", "C3", "", "Equipment", "Subcontract", "Direct labor costs o"}));
 
-  EXPECT_TRUE(PhaseTrxAllowed(Fixed<21>("P1")) && CostTrxAllowed(Fixed<21>("C1")));
-  EXPECT_FALSE(PhaseTrxAllowed(Fixed<21>("P9")));
-  EXPECT_FALSE(PhaseTrxAllowed(Fixed<21>("P2")));  // the default answer is No
-  EXPECT_FALSE(CostTrxAllowed(Fixed<21>("C9")));
+  // Inactive ones ask, No by default.
+  EXPECT_EQ(
+      (Ints{PhaseTrxAllowed(Fixed("P1")), CostTrxAllowed(Fixed("C1")), PhaseTrxAllowed(Fixed("P9")),
+            PhaseTrxAllowed(Fixed("P2")), CostTrxAllowed(Fixed("C9"))}),
+      (Ints{1, 1, 0, 0, 0}));
   messages_.Answer(IDYES);
-  EXPECT_TRUE(CostTrxAllowed(Fixed<21>("C2")));
-  EXPECT_EQ(messages_.Numbers(), (std::vector<int>{15603, 15604, 15703, 15704}));
+  EXPECT_TRUE(CostTrxAllowed(Fixed("C2")));
+  EXPECT_EQ(messages_.Numbers(), (Ints{15603, 15604, 15703, 15704}));
   EXPECT_EQ(messages_.shown()[0].text, "Phase P9 was not found.");
 
   EXPECT_TRUE(bPhasesExist() && bCostsExist());
   CloseLibraryFiles();
   ASSERT_EQ(ZORDeleteFile(PhaseName), kStatusOk);  // a missing file answers nothing found
-  EXPECT_FALSE(bPhasesExist() || PhaseTrxAllowed(Fixed<21>("P1")));
+  EXPECT_FALSE(bPhasesExist() || PhaseTrxAllowed(Fixed("P1")));
   EXPECT_EQ(messages_.shown().size(), 4u);
 }
 
 TEST_F(JobsTest, NamesAndListRowsShowTheInactiveLabels) {
-  FixedString<31> name;
-  EXPECT_TRUE(SetProjName(Fixed<21>("JOB-A"), name));
-  EXPECT_STREQ(name, "Aldred kitchen remodel");
-  EXPECT_TRUE(SetProjName(Fixed<21>("JOB-B"), name));
-  EXPECT_STREQ(name, "<Inactive Project>");
-  EXPECT_FALSE(SetProjName(Fixed<21>("JOB-Z"), name));
-  EXPECT_STREQ(name, "<Project not found>");
+  FixedString<31> names[3];
+  EXPECT_EQ((Ints{SetProjName(Fixed("JOB-A"), names[0]), SetProjName(Fixed("JOB-B"), names[1]),
+                  SetProjName(Fixed("JOB-Z"), names[2])}),
+            (Ints{1, 1, 0}));
+  EXPECT_EQ((Strs{names[0].s, names[1].s, names[2].s}),
+            (Strs{"Aldred kitchen remodel", "<Inactive Project>", "<Project not found>"}));
 
   HWND dialog = CreateDialogModel();
+  char text[2][64];
   SetDlgItemTextA(dialog, 10, "  JOB-C  ");
   EXPECT_TRUE(SetDlgProjName(dialog, 10, 11));
-  char text[64];
-  GetDlgItemTextA(dialog, 11, text, sizeof text);
-  EXPECT_STREQ(text, "Cedar fence");
+  GetDlgItemTextA(dialog, 11, text[0], sizeof text[0]);
   SetDlgItemTextA(dialog, 10, "   ");
   EXPECT_FALSE(SetDlgProjName(dialog, 10, 11));
-  GetDlgItemTextA(dialog, 11, text, sizeof text);
-  EXPECT_STREQ(text, "<Project not found>");
+  GetDlgItemTextA(dialog, 11, text[1], sizeof text[1]);
+  EXPECT_EQ((Strs{text[0], text[1]}), (Strs{"Cedar fence", "<Project not found>"}));
   SetProjectTabs(GetDlgItem(dialog, 20));
   SetPhaseTabs(GetDlgItem(dialog, 21));
   SetCostTabs(GetDlgItem(dialog, 22));
@@ -227,21 +211,18 @@ TEST_F(JobsTest, NamesAndListRowsShowTheInactiveLabels) {
   EXPECT_EQ(GetTabStops(GetDlgItem(dialog, 22)), (std::vector<int16_t>{104, 248}));
   DestroyDialogModel(dialog);
 
-  char row[128];
-  MakeProjectString(&projects_[0], sizeof row, row);
-  EXPECT_STREQ(row, "JOB-A\tAldred kitchen remodel\tJan 05, 2026\tDec 31, 2026");
-  MakeProjectString(&projects_[1], sizeof row, row);
-  EXPECT_STREQ(row, "JOB-B\tBayview garden shed\t<Inactive Project>");
-  MakeProjectString(&projects_[0], 10, row);
-  EXPECT_STREQ(row, "JOB-A\tAld");
-  MakePhaseString(&phases_[0], sizeof row, row);
-  EXPECT_STREQ(row, "P1\tFraming");
-  MakePhaseString(&phases_[1], sizeof row, row);
-  EXPECT_STREQ(row, "P2\tDrywall\t<Inactive Phase>");
-  MakeCostString(&costs_[1], sizeof row, row);
-  EXPECT_STREQ(row, "C2\tMaterials\t<Inactive Cost Code>");
-  MakeCostString(nullptr, sizeof row, row);
-  EXPECT_STREQ(row, "");
+  auto row = [](auto make, auto* record, unsigned short capacity = 128) {
+    char out[128];
+    make(record, capacity, out);
+    return std::string(out);
+  };
+  EXPECT_EQ((Strs{row(MakeProjectString, &projects_[0]), row(MakeProjectString, &projects_[1]),
+                  row(MakeProjectString, &projects_[0], 10), row(MakePhaseString, &phases_[0]),
+                  row(MakePhaseString, &phases_[1]), row(MakeCostString, &costs_[1]),
+                  row(MakeCostString, static_cast<CostRecord*>(nullptr))}),
+            (Strs{"JOB-A\tAldred kitchen remodel\tJan 05, 2026\tDec 31, 2026",
+                  "JOB-B\tBayview garden shed\t<Inactive Project>", "JOB-A\tAld", "P1\tFraming",
+                  "P2\tDrywall\t<Inactive Phase>", "C2\tMaterials\t<Inactive Cost Code>", ""}));
 }
 
 TEST_F(JobsTest, UseTestsWalkJobRowsThenEstimates) {
@@ -254,29 +235,27 @@ TEST_F(JobsTest, UseTestsWalkJobRowsThenEstimates) {
   AddEstimates(est, {{4, 2, 0, {}, 10, 5}});  // JOB-D's estimate names phase 2 only
   RealCloseFile(&est, __FILE__, __LINE__);
 
-  EXPECT_TRUE(IsProjectUsed(&projects_[0], 0));
-  EXPECT_FALSE(IsProjectUsed(&projects_[0], 1));  // JOB-B's phase row is not JOB-A's
-  EXPECT_TRUE(IsProjectUsed(&projects_[1], 1));
-  EXPECT_FALSE(IsProjectUsed(&projects_[3], 0));  // estimates do not count for projects
-  EXPECT_TRUE(IsPhaseUsed(&phases_[0], 0));
-  EXPECT_FALSE(IsPhaseUsed(&phases_[0], 1));
-  EXPECT_TRUE(IsPhaseUsed(&phases_[1], 1));  // by JOB-D's estimate
-  EXPECT_TRUE(IsPhaseUsed(&phases_[2], 1));
-  EXPECT_FALSE(IsPhaseUsed(&phases_[3], 0));  // named only on a row of no job
-  EXPECT_TRUE(IsCostUsed(&costs_[0]));
-  EXPECT_FALSE(IsCostUsed(&costs_[1]) || IsCostUsed(&costs_[2]));
+  // JOB-B's phase row is not JOB-A's; estimates count for phase 2, not for JOB-D; phase 4 is
+  // named only on a row of no job; records not yet saved are unused.
   ProjectRecord unsaved = projects_[0];
   unsaved.RecordNumber = 0;
   PhaseRecord unsaved_phase = phases_[0];
   unsaved_phase.RecordNumber = 0;
-  EXPECT_FALSE(IsProjectUsed(&unsaved, 0) || IsPhaseUsed(&unsaved_phase, 0));
+  EXPECT_EQ(
+      (Ints{IsProjectUsed(&projects_[0], 0), IsProjectUsed(&projects_[0], 1),
+            IsProjectUsed(&projects_[1], 1), IsProjectUsed(&projects_[3], 0),
+            IsPhaseUsed(&phases_[0], 0), IsPhaseUsed(&phases_[0], 1), IsPhaseUsed(&phases_[1], 1),
+            IsPhaseUsed(&phases_[2], 1), IsPhaseUsed(&phases_[3], 0), IsCostUsed(&costs_[0]),
+            IsCostUsed(&costs_[1]), IsCostUsed(&costs_[2]), IsProjectUsed(&unsaved, 0),
+            IsPhaseUsed(&unsaved_phase, 0)}),
+      (Ints{1, 0, 1, 0, 1, 0, 1, 1, 0, 1, 0, 0, 0, 0}));
   EXPECT_EQ(OpenHandleCount(), 0u);  // the row and estimate files were opened for the moment
 
   // Without a row file a project reads as unused, a phase or cost code as used.
   ASSERT_EQ(ZORDeleteFile(JrnlRowFileName), kStatusOk);
-  EXPECT_FALSE(IsProjectUsed(&projects_[0], 0));
-  EXPECT_TRUE(IsPhaseUsed(&phases_[3], 0));
-  EXPECT_TRUE(IsCostUsed(&costs_[2]));
+  EXPECT_EQ(
+      (Ints{IsProjectUsed(&projects_[0], 0), IsPhaseUsed(&phases_[3], 0), IsCostUsed(&costs_[2])}),
+      (Ints{0, 1, 1}));
   EXPECT_TRUE(messages_.shown().empty());
 }
 
@@ -288,17 +267,13 @@ TEST_F(JobsTest, EstimatesAreSummedAndDeletedByProjectOnly) {
                      {2, 1, 3, {}, 250.5, 100.25},
                      {2, 3, 1, {}, 0.25, 0.5},
                      {3, 0, 0, {}, 7, 3}});
-  double revenue = -1, expenses = -1;
-  FindEstRevenueAndExpences(2, est, &revenue, &expenses);
-  EXPECT_DOUBLE_EQ(revenue, 1250.75);
-  EXPECT_DOUBLE_EQ(expenses, 700.75);
-  FindEstRevenueAndExpences(4, est, &revenue, &expenses);
-  EXPECT_EQ(revenue, 0);
-  EXPECT_EQ(expenses, 0);
-
+  double sums[4] = {-1, -1, -1, -1};
+  FindEstRevenueAndExpences(2, est, &sums[0], &sums[1]);
+  FindEstRevenueAndExpences(4, est, &sums[2], &sums[3]);
+  EXPECT_EQ((std::vector<double>(sums, sums + 4)), (std::vector<double>{1250.75, 700.75, 0, 0}));
   EXPECT_TRUE(DeleteJobEstRecords(est, 4));  // none: nothing touched
   EXPECT_TRUE(DeleteJobEstRecords(est, 2));
-  EXPECT_EQ(EstimateProjects(est), (std::vector<int32_t>{1, 3}));
+  EXPECT_EQ(EstimateProjects(est), (Ints{1, 3}));
   RealCloseFile(&est, __FILE__, __LINE__);
 }
 
@@ -309,12 +284,11 @@ TEST_F(JobsTest, EstimateDeletionLeavesAllOrNone) {
   });
   BtrvFile* est = nullptr;
   ASSERT_EQ(OpenJobEstFile(&est, kOpenModeNormal), 1);
-  const std::vector<JobEstRecord> estimates = {{1, 0, 0, {}, 1, 1},
-                                               {2, 1, 0, {}, 1, 1},
-                                               {2, 2, 0, {}, 1, 1},
-                                               {2, 3, 0, {}, 1, 1},
-                                               {3, 0, 0, {}, 1, 1}};
-  AddEstimates(est, estimates);
+  AddEstimates(est, {{1, 0, 0, {}, 1, 1},
+                     {2, 1, 0, {}, 1, 1},
+                     {2, 2, 0, {}, 1, 1},
+                     {2, 3, 0, {}, 1, 1},
+                     {3, 0, 0, {}, 1, 1}});
   for (int n = 1;; ++n) {  // fail the nth write of the deletion, until none is left to fail
     SCOPED_TRACE(n);
     ASSERT_LT(n, 50);
@@ -322,14 +296,14 @@ TEST_F(JobsTest, EstimateDeletionLeavesAllOrNone) {
     EXPECT_TRUE(DeleteJobEstRecords(est, 2));
     const bool failed = plan->failures > 0;
     plan->Disarm();
-    const std::vector<int32_t> left = EstimateProjects(est);
+    const Ints left = EstimateProjects(est);
     if (!failed) {
       EXPECT_GT(n, 3);  // each of the three deletes, at least, was made to fail
-      EXPECT_EQ(left, (std::vector<int32_t>{1, 3}));
+      EXPECT_EQ(left, (Ints{1, 3}));
       break;
     }
-    EXPECT_EQ(left, (std::vector<int32_t>{1, 2, 2, 2, 3}));
-    if (left.size() != estimates.size()) break;
+    EXPECT_EQ(left, (Ints{1, 2, 2, 2, 3}));
+    if (left.size() != 5u) break;
   }
   RealCloseFile(&est, __FILE__, __LINE__);
 }
