@@ -68,7 +68,10 @@ TEST_F(JournalModelTest, ShadowAndPartnerKeys) {
   EXPECT_EQ((std::to_string(out.JournalType) + "/" + std::to_string(out.Shadow)), "3/1");
   const JournalKey1Type shadow = out;
   JournalKey1Type untouched = Key(PRJ, 1, 1);
+  JournalKey1Type shadow_receipt = receipt;  // a receipt key that is a shadow already
+  shadow_receipt.Shadow = 1;
   EXPECT_EQ(MakeShadowOfJournalKey(&untouched, &shadow), 0);  // a shadow has no shadow
+  EXPECT_EQ(MakeShadowOfJournalKey(&untouched, &shadow_receipt), 0);
   EXPECT_EQ(MakeShadowOfJournalKey(&untouched, &sale), 0);
   EXPECT_EQ(untouched.JournalType, PRJ);
 
