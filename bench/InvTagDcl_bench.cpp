@@ -101,26 +101,6 @@ void BM_RecordManagerEqual(benchmark::State& state) {
 }
 BENCHMARK(BM_RecordManagerEqual);
 
-// Keeps each benchmark's time per iteration and rate (the mean, with repetitions).
-class RecordingReporter : public benchmark::ConsoleReporter {
- public:
-  RecordingReporter() : ConsoleReporter(ConsoleOptions()) {}
-  void ReportRuns(const std::vector<Run>& runs) override {
-    for (const Run& run : runs) {
-      if (!run.error_occurred &&
-          (run.run_type == Run::RT_Iteration || run.aggregate_name == "mean")) {
-        const std::string name = run.run_name.str();
-        times[name] = run.GetAdjustedRealTime();
-        auto rate = run.counters.find("items_per_second");
-        if (rate != run.counters.end()) rates[name] = rate->second.value;
-      }
-    }
-    ConsoleReporter::ReportRuns(runs);
-  }
-  std::map<std::string, double> times;
-  std::map<std::string, double> rates;
-};
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -131,7 +111,7 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "could not build the sample company\n");
     result = 1;
   } else {
-    RecordingReporter reporter;
+    MeanReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     const double one = reporter.rates["BM_GetSaleCost"];
     const double four = reporter.rates["BM_GetSaleCost/real_time/threads:4"];

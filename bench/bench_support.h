@@ -216,6 +216,28 @@ inline std::vector<KeySeg> KeySegments(const FileSpec& spec) {
 // --- Results ------------------------------------------------------------------------------
 
 // A console reporter that also keeps the best items/s of every benchmark (over repetitions).
+// Keeps each benchmark's time per iteration and items/s (the mean over repetitions, or the
+// one run), by its full name ("BM_GetSaleCost/real_time/threads:4").
+class MeanReporter : public benchmark::ConsoleReporter {
+ public:
+  MeanReporter() : ConsoleReporter(ConsoleOptions()) {}
+  void ReportRuns(const std::vector<Run>& runs) override {
+    for (const Run& run : runs) {
+      if (run.error_occurred ||
+          (run.run_type != Run::RT_Iteration && run.aggregate_name != "mean")) {
+        continue;
+      }
+      const std::string name = run.run_name.str();
+      times[name] = run.GetAdjustedRealTime();
+      auto rate = run.counters.find("items_per_second");
+      if (rate != run.counters.end()) rates[name] = rate->second.value;
+    }
+    ConsoleReporter::ReportRuns(runs);
+  }
+  std::map<std::string, double> times;
+  std::map<std::string, double> rates;
+};
+
 struct RatioReporter : benchmark::ConsoleReporter {
   RatioReporter() : ConsoleReporter(ConsoleOptions()) {}
   void ReportRuns(const std::vector<Run>& runs) override {

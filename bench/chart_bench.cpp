@@ -90,22 +90,6 @@ void BM_RecordManagerEqualByID(benchmark::State& state) {
 }
 BENCHMARK(BM_RecordManagerEqualByID);
 
-// Keeps each benchmark's time per iteration (the mean, with repetitions) for the ratio.
-class RecordingReporter : public benchmark::ConsoleReporter {
- public:
-  RecordingReporter() : ConsoleReporter(ConsoleOptions()) {}
-  void ReportRuns(const std::vector<Run>& runs) override {
-    for (const Run& run : runs) {
-      if (!run.error_occurred &&
-          (run.run_type == Run::RT_Iteration || run.aggregate_name == "mean")) {
-        times[run.run_name.function_name + run.run_name.args] = run.GetAdjustedRealTime();
-      }
-    }
-    ConsoleReporter::ReportRuns(runs);
-  }
-  std::map<std::string, double> times;
-};
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -116,7 +100,7 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "could not build the sample company\n");
     result = 1;
   } else {
-    RecordingReporter reporter;
+    MeanReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     const double library = reporter.times["BM_GetAccountInfo/ByID"];
     const double reference = reporter.times["BM_RecordManagerEqualByID"];

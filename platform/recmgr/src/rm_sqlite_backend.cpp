@@ -156,6 +156,16 @@ struct SqlTable final : Table {
   Stmt put_back, rewrite;  // undoing: a record inserted at its old position, or rewritten
 };
 
+// Binds every key's bytes, in slot order, to the parameters from first on; keys holds them
+// one after another (the caller's buffer, which must outlive the step).
+void BindKeys(sqlite3_stmt* s, const SqlTable* t, const uint8_t* keys, int first) {
+  for (size_t i = 0; i < t->shape.key_lengths.size(); ++i) {
+    const int length = static_cast<int>(t->shape.key_lengths[i]);
+    sqlite3_bind_blob(s, first + static_cast<int>(i), keys, length, SQLITE_STATIC);
+    keys += length;
+  }
+}
+
 class SqliteBackend final : public Backend {
  public:
   SqliteBackend(sqlite3* db, int busy_ms, std::unique_ptr<WriterTurn> turn)
@@ -782,12 +792,7 @@ Status SqliteBackend::Insert(Table* table, const uint8_t* data, const uint8_t* k
   sqlite3_stmt* s = t->insert.get();
   {
     ResetOnExit reset(s);
-    const uint8_t* k = keys;
-    for (size_t i = 0; i < n; ++i) {
-      sqlite3_bind_blob(s, static_cast<int>(i + 1), k, static_cast<int>(t->shape.key_lengths[i]),
-                        SQLITE_STATIC);
-      k += t->shape.key_lengths[i];
-    }
+    BindKeys(s, t, keys, 1);
     sqlite3_bind_blob(s, static_cast<int>(n + 1), data, static_cast<int>(t->shape.record_length),
                       SQLITE_STATIC);
     int rc = sqlite3_step(s);
@@ -839,12 +844,7 @@ Status SqliteBackend::Update(Table* table, int32_t pos, int64_t version, const u
     sqlite3_bind_int64(s, 1, pos);
     sqlite3_bind_int64(s, 2, version);
     sqlite3_bind_blob(s, 3, data, static_cast<int>(t->shape.record_length), SQLITE_STATIC);
-    const uint8_t* k = keys;
-    for (size_t i = 0; i < n; ++i) {
-      sqlite3_bind_blob(s, static_cast<int>(i + 4), k, static_cast<int>(t->shape.key_lengths[i]),
-                        SQLITE_STATIC);
-      k += t->shape.key_lengths[i];
-    }
+    BindKeys(s, t, keys, 4);
     int rc = sqlite3_step(s);
     if (rc != SQLITE_DONE) return Fail(rc);
   }
@@ -909,12 +909,7 @@ Status SqliteBackend::Restore(Table* table, int32_t pos, int64_t version, const 
   sqlite3_bind_int64(s, 1, pos);
   sqlite3_bind_int64(s, 2, version);
   sqlite3_bind_blob(s, 3, data, static_cast<int>(t->shape.record_length), SQLITE_STATIC);
-  const uint8_t* k = keys;
-  for (size_t i = 0; i < n; ++i) {
-    sqlite3_bind_blob(s, static_cast<int>(i + 4), k, static_cast<int>(t->shape.key_lengths[i]),
-                      SQLITE_STATIC);
-    k += t->shape.key_lengths[i];
-  }
+  BindKeys(s, t, keys, 4);
   int rc = sqlite3_step(s);
   if (rc != SQLITE_DONE) return Fail(rc);
   return sqlite3_changes(db_) == 1 ? Status{kStatusOk} : Status{kStatusIoError};
