@@ -330,11 +330,39 @@ struct CompanyDataType {
 };
 static_assert(offsetof(CompanyDataType, CashBasis) == 235, "cash-basis switch at 235");
 
-// The company's option switches, kept for the host (the alarm switches are read by the
-// transaction alarms).
-struct OptionType {
-  uint8_t raw[512];
+// The company's option switches, kept for the host. The transaction alarms read the event
+// switches: for the eleven event types 1, 2, 4, 5, 7, 8, 9, 10, 11, 12 and 13 (in that order)
+// a run of alarm switches, a run of alarm-kind switches and a run of creation switches, then
+// further on their alarm lead values; event types 3 and 6 keep theirs later, each as alarm,
+// kind and creation switch and lead value. Every other byte is the host's, carried unchanged.
+constexpr int kOptionEventCount = 11;
+#pragma pack(push, 1)
+struct OptionEventSwitches {  // event types 3 and 6
+  uint8_t Alarm;
+  uint8_t AlarmKind;
+  uint8_t Create;
+  uint16_t Lead;
 };
+struct OptionType {
+  uint8_t raw0[64];
+  uint8_t EventAlarm[kOptionEventCount];
+  uint8_t EventAlarmKind[kOptionEventCount];
+  uint8_t EventCreate[kOptionEventCount];
+  uint8_t raw97[3];
+  uint16_t EventLead[kOptionEventCount];
+  uint8_t raw122[6];
+  OptionEventSwitches Event3;
+  OptionEventSwitches Event6;
+  uint8_t raw138[374];
+};
+#pragma pack(pop)
+static_assert(sizeof(OptionType) == 512, "OptionType is 512 bytes");
+static_assert(offsetof(OptionType, EventAlarm) == 64 &&
+                  offsetof(OptionType, EventAlarmKind) == 75 &&
+                  offsetof(OptionType, EventCreate) == 86 &&
+                  offsetof(OptionType, EventLead) == 100 && offsetof(OptionType, Event3) == 128 &&
+                  offsetof(OptionType, Event6) == 133,
+              "event switches of the options");
 
 // --- Company globals -----------------------------------------------------------------------
 extern CompanyDataType MyCompany;

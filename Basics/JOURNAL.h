@@ -653,4 +653,98 @@ const char* GetJrnlName(int16_t journal);
 // the terminator, cut to fit); empty for a line outside the record.
 void GetDistribDescription(const JournalRecord* record, int16_t line, uint16_t size, char* out);
 
+// --- Posting --------------------------------------------------------------------------------
+// Each of InsertJournal, UpdateJournal and DeleteJournal (with the shadow, the event actions,
+// the receipt tags and the audit-trail moves) runs in one batch on the pair and commits whole
+// or not at all: on failure (0) the company's files are exactly as before the call. The
+// record stays the caller's; on failure it may hold the numbers and GUIDs that were tried.
+
+// OptimizedInsertJournal with keep-numbers 0 and event mode 3.
+unsigned char InsertJournal(JrnlDBFilesType files, JournalRecord* record);
+// Inserts record as a new transaction: a GUID when it has none, the next post order number
+// when it has 0 (unless keep_numbers), the paid-in-full date of sales and purchases, the
+// duplicate-invoice check (a duplicate answers 0 after its message), renumbering on a
+// duplicate key, the events when event_mode is 3, and (unless keep_numbers) the shadow of a
+// receipt from a vendor or a payment to a customer. Without keep_numbers a shadow record
+// (shadow byte 2) is refused.
+unsigned char OptimizedInsertJournal(JrnlDBFilesType files, JournalRecord* record,
+                                     unsigned char keep_numbers, unsigned short event_mode);
+// Rewrites the transaction last read through files.HdrFile as record (key: the key path of
+// that read); old is the version as read, or null. Paid-in-full date, duplicate check,
+// events and (cash basis) the sale's receipt tags. Shadows are the caller's to update.
+unsigned char UpdateJournal(JrnlDBFilesType files, JournalRecord* record, int16_t key,
+                            JournalRecord* old);
+unsigned char NewUpdateJournal(JrnlDBFilesType files, JournalRecord* record, int16_t key,
+                               JournalRecord* old);
+unsigned char OptimizedUpdateJournal(JrnlDBFilesType files, JournalRecord* record, int16_t key,
+                                     JournalRecord* old);
+// Deletes the transaction last read through files.HdrFile, under the company-wide
+// single-user access of deletions (0 at once when another holds it): its events, its audit
+// entries detached (post order 0), and its shadow unless no_shadow.
+unsigned char DeleteJournal(JrnlDBFilesType files, JournalRecord* record, int no_shadow);
+unsigned char OptimizedDeleteJournal(JrnlDBFilesType files, JournalRecord* record, int no_shadow);
+
+// The one-line shadow of a receipt from a vendor (purchases, "Receipt") or of a payment to a
+// customer (sales, "Payment"); 1 on success, 0 after message 2508 (2507) when it cannot be
+// written. The Update forms rewrite an existing shadow (0 after 2510 (2509) when missing).
+int CreateShadowForRecVend(JrnlDBFilesType files, JournalRecord* source);
+int CreateShadowForPayCust(JrnlDBFilesType files, JournalRecord* source);
+int UpdateShadowForRecVend(JrnlDBFilesType files, JournalRecord* source);
+int UpdateShadowForPayCust(JrnlDBFilesType files, JournalRecord* source);
+
+// Spreads applied-invoice line *line (1-based) of receipt over the lines of the invoice it
+// pays (cash-basis books), advancing *line; adds the receipt tag. 1 on success (also when the
+// invoice is not found, after message 2417, with the line unchanged); 0 after message 2477
+// (2493 from posting) when the receipt would pass 560 lines. old_invoice is the invoice as it
+// was before the change, or null. All records stay the caller's.
+int DoCashBasisStuff(JournalRecord* receipt, int16_t journal, JrnlDBFilesType files,
+                     BtrvFile* tag_file, unsigned short* line, unsigned char from_posting,
+                     JournalRecord* old_invoice);
+
+// --- Reference checks and numbering ------------------------------------------------------------
+// 1 when record's reference is already used for its card where that is forbidden (invoices,
+// purchase invoices, orders, receipts and payments naming a second card). insert_mode 0
+// skips the transaction itself. The text of the refusal goes into out (at most out_size
+// bytes) when out is given, else into a message box.
+int CheckForDuplicateInvoice(JournalRecord* record, int insert_mode, char* out, int out_size);
+// 1 when reference collides, for journal and card (second_card for payments naming one),
+// with another transaction; record is the transaction itself (skipped).
+unsigned char DuplicateReference(int16_t journal, unsigned char flag, int32_t card,
+                                 JournalRecord* record, const char* reference, int32_t second_card);
+// 1 when a receipt (journal 1) or disbursement (2) with reference names card_id as its
+// second card's opposite side already (exclude_self skips own and own shadow).
+int DupRefForPayCustOrRecVend(BtrvFile* hdr_file, int16_t journal, int exclude_self,
+                              JournalKey1Type* own_key, const char* card_id, const char* reference);
+// The shadow key of a receipt or disbursement header into *out; 0 for a shadow header; 1 and
+// out untouched for other journals.
+int MakeShadowKey(JrnlHdrType& hdr, JournalKey1Type* out);
+// 1 when another transaction of cash account cash_account already used receipt number.
+int CheckForDuplicateReceipt(int32_t cash_account, FixedString<21> receipt, JournalRecord* record,
+                             bool count_itself);
+// The invoice paid by payment with this reference, read whole into invoice (caller's); 1 when
+// found, 0 otherwise (invoice then as the last read left it).
+unsigned char FindInvoice(JrnlDBFilesType files, int16_t journal, JournalRecord* payment,
+                          unsigned short length, char* reference, JournalRecord* invoice);
+unsigned char FindInvoiceHdr(JrnlDBFilesType files, JournalRecord* payment, JournalTypes journal,
+                             unsigned short length, char* reference, JrnlHdrType& hdr);
+
+// The next post order number (highest + 1, 1 for an empty file; 0 when the file cannot be
+// read); the highest itself (0 when none).
+unsigned long NextPostOrderNumber();
+unsigned long GetLastPostOrderNumber();
+// The next transaction number of key's journal and period (both sales journals share one
+// sequence); 1 for a period without transactions.
+long NextTrxNumber(JournalKey1Type key);
+// The reference of the transaction with this post order ("SysCost" for 0xFFFFFFFE); 0 with an
+// empty reference when none.
+int GetReferenceFromPostOrder(FixedString<21>& reference, unsigned long post_order);
+// 1 when the first saved (unposted) transaction uses the item.
+unsigned char AnySavedTxnsOnItem(FixedString<21> item);
+
+bool fIsJrnlBalanced(JournalRecord* record);
+DatesType GetDefJrnlDate();
+void SetAllDateCleared(JournalRecord* record, DatesType date);
+int AreAnyDateClearedSet(JournalRecord* record);
+void ClearDistributionGuids(JournalRecord* record);
+
 #endif  // BASICS_JOURNAL_H_

@@ -64,6 +64,108 @@ uint32_t GetInvoicePostOrderNumber(const char* reference, int selector, int32_t 
 // when their header's ledger flag is set; 0 when the header or the file is missing.
 int IsThisRowPosted(const JrnlRowType* row);
 
+// --- Header/row navigator ---------------------------------------------------------------------
+// JrnlRowHdrClass walks the journal rows and headers in any key order on a primary pair (the
+// caller's, or one it opens itself) while every look-up it makes on the caller's behalf (the
+// header of the current row, the main row of a header, a whole transaction) runs on a private
+// read-only pair, so a look-up never moves the caller's position. Every row read through it
+// has its amount completed from the inventory cost layers before the caller sees it. One
+// thread uses a navigator; it shows no messages and keeps no locks of its own.
+class JrnlRowHdrClass {
+ public:
+  // Opens the primary pair in `mode` and the look-up pair read-only. Unusable (IsOKtoUse 0)
+  // when either open fails; a primary pair already opened is then closed again.
+  explicit JrnlRowHdrClass(int16_t mode);
+  // Navigates the caller's pair, which stays the caller's (never closed here). Usable at once,
+  // even when the look-up pair cannot be opened (look-ups then answer 0).
+  explicit JrnlRowHdrClass(const JrnlDBFilesType& files);
+  ~JrnlRowHdrClass();
+  JrnlRowHdrClass(const JrnlRowHdrClass&) = delete;
+  JrnlRowHdrClass& operator=(const JrnlRowHdrClass&) = delete;
+
+  int IsOKtoUse() const { return usable_; }
+  void ClearHeader();
+  void ClearRow();
+  // Closes the primary pair and reopens it in normal mode, owned or borrowed; answers the
+  // open's result (0 leaves the primary pair closed: null handles).
+  int CloseAndReopenFiles();
+
+  // Row reads on the primary row file into Row, lock option 0. On success the row's amount is
+  // completed and 1 answered; on failure 0, Row holds what the record manager left.
+  int GetRowEqual(int16_t key);
+  int GetRowGE(int16_t key);
+  int GetRowGreater(int16_t key);
+  int GetRowNext(int16_t key);
+  int GetRowLE(int16_t key);
+  int GetRowLess(int16_t key);
+  // Header reads on the primary header file into Hdr; the record manager's result (1/0).
+  int GetHdrEqual(int16_t key, int16_t lock);
+  int GetHdrGreater(int16_t key, int16_t lock);
+  int GetHdrNext(int16_t key, int16_t lock);
+  int GetHdrPrevious(int16_t key, int16_t lock);
+  int GetHdrGE(int16_t key, int16_t lock);
+  int GetHdrLess(int16_t key, int16_t lock);
+  int GetHdrLE(int16_t key, int16_t lock);
+  int GetHdrLowest(int16_t key, int16_t lock);
+  int GetHdrHighest(int16_t key, int16_t lock);
+  // Rewrite Hdr (Row) over the record last read through the primary header (row) file.
+  int UpdateJrnlHdr(int16_t key);
+  int UpdateJrnlRow(int16_t key);
+
+  // Look-ups on the private pair. GetHdrForRow reads (or, for the below-zero rows of kinds 7
+  // and 8, builds: journal 9, reference "SysCost") the header of Row into Hdr; 0 with Hdr
+  // cleared when not found. The cached form answers 1 at once when Hdr already holds Row's
+  // post order (never for kinds 7 and 8). GetMainRowForHeader reads Hdr's main row into Row
+  // (no completion). GetJrnlForCurrentJrnlHdr loads Hdr's whole transaction into record
+  // (caller's; left as GetFileEqual leaves it on failure).
+  int GetHdrForRow();
+  int GetHdrForRow_CacheByPostOrder();
+  int GetMainRowForHeader();
+  int GetJrnlForCurrentJrnlHdr(JournalRecord* record);
+  bool IsJobBegBal();
+  bool IsJrnlHdrBankRecBegBal();
+
+  // Record counts of the primary header and row files (0 when a file is closed).
+  int32_t GetNumRecords();
+  int32_t GetNumRows();
+
+  // The listing text of the current row (Row and Hdr as they stand).
+  void GetRowTrxDesc(CString& text);
+  // "JOB,PHASE,COST" of row; empty when the row has no job or the job is not found.
+  void SetJobPhaseCostRow(FixedString<63>& text, const JrnlRowType* row);
+
+  // The buffers: set key fields in them before a keyed read; read results land in them.
+  JrnlRowType Row;
+  JrnlHdrType Hdr;
+
+ private:
+  void CompleteRow();
+
+  JournalRecord* rollup_ = nullptr;  // built by the roll-up operations; freed with the object
+  int usable_ = 0;
+  int owns_primary_ = 1;
+  JrnlDBFilesType lookup_{};
+  BtrvFile* sort_file_ = nullptr;  // the temporary sort file of a sorted walk
+  char sort_file_name_[260] = {};
+  JrnlDBFilesType primary_{};
+};
+
+// --- Direct reads through the module's own handles and ledger row identifiers -------------------
+// Equal, greater-or-equal and next reads by key into the caller's buffer through the
+// module's own row (header) file, opened on first use; 0 when the file cannot be opened or
+// nothing is found (the buffer then holds what the record manager left).
+int GetRowByKey(JrnlRowType* row, int key);
+int GetFirstRowByKey(JrnlRowType* row, int key);
+int GetNextRowByKey(JrnlRowType* row, int key);
+int GetHdrByKey(JrnlHdrType* hdr, int key);
+
+// The text identifier of the navigator's current row in the general ledger:
+// "GUID-line-kind" (with "-jobindex" for payroll job rows); for the below-zero rows of kinds
+// 7 and 8 the item's GUID with the row date and the amount's sign. out is the caller's.
+void GenerateUniqueGLRowID(CString& out, JrnlRowHdrClass& navigator);
+// "GUID-number-flag" with the flag written 0 or 1.
+void GenerateUniqueGLBucketID(CString& out, GUID& guid, int number, bool flag);
+
 // Closes the module's own header and row handles, each only when open.
 void CloseInternalJrnlFiles();
 
