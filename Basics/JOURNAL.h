@@ -702,49 +702,73 @@ int DoCashBasisStuff(JournalRecord* receipt, int16_t journal, JrnlDBFilesType fi
                      JournalRecord* old_invoice);
 
 // --- Reference checks and numbering ------------------------------------------------------------
-// 1 when record's reference is already used for its card where that is forbidden (invoices,
-// purchase invoices, orders, receipts and payments naming a second card). insert_mode 0
-// skips the transaction itself. The text of the refusal goes into out (at most out_size
-// bytes) when out is given, else into a message box.
+// Reads run on the journal store's own look-up handles (closed by CloseInternalJrnlFiles)
+// unless a function names the files it reads; none of them writes.
+
+// 1 when record's reference is already used for the same card where that is forbidden
+// (sales and purchase invoices, orders, receipts and payments settling a card's invoices or
+// naming a second card); 0 otherwise, also when the file cannot be read. insert_mode 0
+// (an update) skips the transaction itself. On 1 the refusal's text goes into out (cut to
+// out_size bytes with its terminator) when out is given, else into a warning box.
 int CheckForDuplicateInvoice(JournalRecord* record, int insert_mode, char* out, int out_size);
-// 1 when reference collides, for journal and card (second_card for payments naming one),
-// with another transaction; record is the transaction itself (skipped).
+// 1 when reference (20 characters) collides, for journal and card (second_card: the card
+// a payment checked with flag settles), with another transaction; record is the
+// transaction itself, skipped (null: nothing skipped). 0 also when the files cannot be
+// opened. Shows nothing.
 unsigned char DuplicateReference(int16_t journal, unsigned char flag, int32_t card,
                                  JournalRecord* record, const char* reference, int32_t second_card);
-// 1 when a receipt (journal 1) or disbursement (2) with reference names card_id as its
-// second card's opposite side already (exclude_self skips own and own shadow).
+// 1 when a receipt (journal 1) from a vendor or a disbursement (2) to a customer with this
+// reference already names card_id (a vendor's, a customer's ID) through another transaction
+// read from hdr_file (the caller's; its position moves). exclude_self skips own_key and its
+// own shadow. 0 for other journals or when nothing is found.
 int DupRefForPayCustOrRecVend(BtrvFile* hdr_file, int16_t journal, int exclude_self,
                               JournalKey1Type* own_key, const char* card_id, const char* reference);
-// The shadow key of a receipt or disbursement header into *out; 0 for a shadow header; 1 and
-// out untouched for other journals.
+// The shadow key of a receipt or disbursement header into *out, answering 1; 0 (out
+// untouched) for a header that is a shadow itself; 1 and out untouched for other journals.
 int MakeShadowKey(JrnlHdrType& hdr, JournalKey1Type* out);
-// 1 when another transaction of cash account cash_account already used receipt number.
+// 1 when a transaction of cash account cash_account already used receipt number receipt.
+// The walk stops with 0 on record itself (same post order) unless count_itself. 0 for an
+// empty number or when the files cannot be opened.
 int CheckForDuplicateReceipt(int32_t cash_account, FixedString<21> receipt, JournalRecord* record,
                              bool count_itself);
-// The invoice paid by payment with this reference, read whole into invoice (caller's); 1 when
-// found, 0 otherwise (invoice then as the last read left it).
+// The invoice with this reference (length characters at most, blanks trimmed) of payment's
+// card and qualifier in another journal than `journal`, read through files (their positions
+// move) whole into invoice (the caller's) or as its header into hdr. 1 when found; 0
+// otherwise, invoice (hdr) then left as it was.
 unsigned char FindInvoice(JrnlDBFilesType files, int16_t journal, JournalRecord* payment,
                           unsigned short length, char* reference, JournalRecord* invoice);
 unsigned char FindInvoiceHdr(JrnlDBFilesType files, JournalRecord* payment, JournalTypes journal,
                              unsigned short length, char* reference, JrnlHdrType& hdr);
 
-// The next post order number (highest + 1, 1 for an empty file; 0 when the file cannot be
-// read); the highest itself (0 when none).
-unsigned long NextPostOrderNumber();
-unsigned long GetLastPostOrderNumber();
-// The next transaction number of key's journal and period (both sales journals share one
-// sequence); 1 for a period without transactions.
-long NextTrxNumber(JournalKey1Type key);
-// The reference of the transaction with this post order ("SysCost" for 0xFFFFFFFE); 0 with an
-// empty reference when none.
-int GetReferenceFromPostOrder(FixedString<21>& reference, unsigned long post_order);
-// 1 when the first saved (unposted) transaction uses the item.
+// The next post order number: the highest in the header file as it is now (a caller's open
+// batch included) + 1; 1 for an empty file, 0 when the file cannot be read.
+ULONG32 NextPostOrderNumber();
+// The highest post order number, read through journal files opened for the call; 0 when
+// there is none or the files cannot be opened.
+ULONG32 GetLastPostOrderNumber();
+// The next transaction number of key's journal and period (partner flag and shadow byte as
+// in key): the highest below 0x7FFFFFFE + 1, read as the file is now; both sales journals
+// (3 and 12) share one sequence. 1 for a period without transactions or an unreadable file.
+LONG32 NextTrxNumber(JournalKey1Type key);
+// The reference of the transaction with this post order ("SysCost" for 0xFFFFFFFE, the
+// system's cost adjustments) and 1; 0 with an empty reference when there is none.
+int GetReferenceFromPostOrder(FixedString<21>& reference, ULONG32 post_order);
+// 1 when the first saved (unposted) transaction in header key 4 order uses the item; only
+// that one transaction is looked at. 0 otherwise or when the files cannot be opened.
 unsigned char AnySavedTxnsOnItem(FixedString<21> item);
 
+// Whether the header amount and every line's amount (receipts and payments: with the second
+// amounts of applied-invoice lines) add up to zero. false for a null record.
 bool fIsJrnlBalanced(JournalRecord* record);
+// Today when it lies in the current period (Current), else the period's first date.
 DatesType GetDefJrnlDate();
+// Sets (tests) the cleared date of the header, every line, and the counter slots of item
+// lines. A null record is ignored (answers 0).
 void SetAllDateCleared(JournalRecord* record, DatesType date);
 int AreAnyDateClearedSet(JournalRecord* record);
+// Nulls the row GUIDs of the record (main row, item-account rows, lines, their counter and
+// second rows, payroll fields and jobs), so that a copy is saved with new ones; the
+// transaction's own GUID stays. A null record is ignored.
 void ClearDistributionGuids(JournalRecord* record);
 
 #endif  // BASICS_JOURNAL_H_
