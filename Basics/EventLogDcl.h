@@ -93,7 +93,8 @@ struct EVENT_DB {
 // dispatches on the action; 0 for an unknown action or when the file cannot be opened.
 uint8_t fHandleEventDB(EVENT_DB* db);
 // Adds the record, taking the next log number when it has 0 and the following ones (after
-// 20000 from 1) while the number is taken.
+// 20000 from 1) while the number is taken; a number above 20000 starts at 1. Fails when the
+// insert fails for another reason or every number of the card is taken.
 uint8_t fAddEventRecord(EVENT_DB* db);
 // Dispatches an update: a series rebuilt, a series rewritten, or one record.
 uint8_t fUpdateEventRecord(EVENT_DB* db);

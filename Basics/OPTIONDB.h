@@ -24,8 +24,10 @@ extern BtrvFile* bfAlarmAgent;
 
 // The event actions of a journal action: 1 after an insert (the transaction's events are
 // made), 2 after an update (refreshed, or removed when the transaction is no longer
-// posted), 3 after a delete (removed); then the journal hook. Nothing at all while alarms
-// are off. trx stays the caller's.
+// posted), 3 after a delete (removed); then the journal hook (skipped while unset). Nothing
+// at all while alarms are off. Each step writes in its own batch, inside the caller's when
+// one is open, and is undone whole when a write fails; notices go out at the end of the step
+// for what it kept. trx stays the caller's.
 void vOptionDB(JournalRecord* trx, EVENTDB_ACTION action);
 void vTurnOnEventsAlarms();
 void vTurnOffEventsAlarms();
