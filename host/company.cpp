@@ -163,15 +163,19 @@ bool WriteCards(Outcome& out) {
   return true;
 }
 
-// Sets twelve monthly periods: the history year is last calendar year, the open years
-// this year and next, and the current period is this month.
+// Sets twelve monthly periods: the first open year is the calendar year of the month two
+// months back (so the demo's quarter lies in the open years), the second open year the one
+// after it, the history year the one before, and the current period is this month.
 bool WriteCalendar(Outcome& out) {
   GeneralDataType* gl = nullptr;
   if (!GetGeneralDataPtr(nullptr, &gl, MOD_GL, kGenReadForUpdate, false)) {
     out.Fail("the general-ledger settings cannot be read for editing", kNoStatus);
     return false;
   }
-  const int year = TodaysDate.year;
+  DatesType quarter_start = TodaysDate;
+  DecDate(quarter_start, 3);
+  DecDate(quarter_start, 3);
+  const int year = quarter_start.year;
   gl->GL.PeriodsPerYear = 12;
   gl->GL.FiscalYear = static_cast<uint16_t>(year);
   std::memset(gl->GL.Calendar, 0, sizeof gl->GL.Calendar);
@@ -183,7 +187,8 @@ bool WriteCalendar(Outcome& out) {
       EndOfMonth(range.to);
     }
   }
-  gl->GL.CurrentPeriod = static_cast<uint16_t>(14 + TodaysDate.month);
+  gl->GL.CurrentPeriod =
+      static_cast<uint16_t>(14 * (1 + TodaysDate.year - year) + TodaysDate.month);
   if (WrtGeneralDataPtr(nullptr, gl, 1, 0) != 0) return true;
   out.Fail("the period calendar cannot be written", kNoStatus);
   return false;
@@ -290,6 +295,22 @@ bool ReadSettings(Outcome& out) {
   return true;
 }
 
+constexpr size_t kCompanyOffset = 2;
+constexpr size_t kOptionsOffset = kCompanyOffset + sizeof(CompanyDataType);
+static_assert(kOptionsOffset + sizeof(OptionType) <= sizeof(GeneralDataType),
+              "the host's settings fit the kind-6 record");
+
+bool LoadHostSettings(Outcome& out) {
+  GeneralDataType* rec = nullptr;
+  if (!GetGeneralDataPtr(g_general, &rec, MOD_6, kGenReadForReading, false)) {
+    out.Fail("the general file cannot be read", GetErrorCode(g_general));
+    return false;
+  }
+  std::memcpy(&MyCompany, rec->raw + kCompanyOffset, sizeof MyCompany);
+  std::memcpy(&Options, rec->raw + kOptionsOffset, sizeof Options);
+  return true;
+}
+
 // Closes everything OpenCompany may have opened; answers the handles left open.
 std::vector<OpenHandleInfo> Leave() {
   CloseInternalChartFile();
@@ -303,12 +324,16 @@ std::vector<OpenHandleInfo> Leave() {
   CloseInternalJrnlFiles();
   CloseInternalInvTagFile();
   CloseInternalAuditTrailFile();
+  RealCloseFile(&RecptTagFile, kHost, __LINE__);
+  vCloseEventFile();
   CloseGeneralFile();
   DeallocGeneralRecReadPtr();
   RealCloseFile(&g_general, kHost, __LINE__);
   g_sharedCompFile.Close();
   CompanyIsOpen = 0;
   g_szCompanyPath = "";
+  std::memset(&MyCompany, 0, sizeof MyCompany);
+  std::memset(&Options, 0, sizeof Options);
   return ListOpenHandles();
 }
 
@@ -317,7 +342,9 @@ std::vector<OpenHandleInfo> Leave() {
 BtrvFile* GeneralFile() { return g_general; }
 
 bool OpenCompany(const std::string& dir, Outcome& out) {
-  if (OpenGeneral(dir, out) && Enter(dir, out) && ReadSettings(out)) return true;
+  if (OpenGeneral(dir, out) && Enter(dir, out) && ReadSettings(out) && LoadHostSettings(out)) {
+    return true;
+  }
   Leave();
   return false;
 }
@@ -330,6 +357,19 @@ void CloseCompany(Outcome& out) {
                  std::to_string(h.srcLine) + ")",
              kNoStatus);
   }
+}
+
+bool SaveHostSettings(Outcome& out) {
+  GeneralDataType* rec = nullptr;
+  if (!GetGeneralDataPtr(nullptr, &rec, MOD_6, kGenReadForUpdate, false)) {
+    out.Fail("the company's settings cannot be read for editing", kNoStatus);
+    return false;
+  }
+  std::memcpy(rec->raw + kCompanyOffset, &MyCompany, sizeof MyCompany);
+  std::memcpy(rec->raw + kOptionsOffset, &Options, sizeof Options);
+  if (WrtGeneralDataPtr(nullptr, rec, 1, 0) != 0) return true;
+  out.Fail("the company's settings cannot be written", kNoStatus);
+  return false;
 }
 
 bool CreateCompany(const std::string& dir, Outcome& out) {

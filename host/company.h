@@ -24,6 +24,13 @@ void CloseCompany(Outcome& out);
 // open). It belongs to the host; callers must not close it.
 BtrvFile* GeneralFile();
 
+// The company's data record and option switches (MyCompany, Options) belong to the host,
+// which keeps them in the general file's kind-6 record (the library reads nothing of it):
+// the company record at offset 2, the options at offset 514. OpenCompany loads them into
+// the globals and CloseCompany clears them. SaveHostSettings writes the globals back into
+// the open company; on failure records the reason in out.
+bool SaveHostSettings(Outcome& out);
+
 // Creates dir when needed and makes an empty company in it: every data file empty and the
 // general file filled with its defaults. Refuses a directory whose general file opens. On
 // failure records the reason in out; the company is closed again either way.

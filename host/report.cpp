@@ -302,13 +302,22 @@ std::string Quantity(double quantity) {
 }
 
 // The ID of a transaction's card: a customer for receipts, sales and sales orders, a
-// vendor for disbursements, purchases and purchase orders, an employee for payroll, the
-// item for inventory adjustments and assemblies.
+// vendor for disbursements, purchases and purchase orders (the other side for a receipt
+// from a vendor or a payment to a customer), an employee for payroll, the item for
+// inventory adjustments and assemblies.
 std::string CardID(const JournalRecord& r) {
   FixedString<21> id{};
+  const int16_t journal = r.Key1.JournalType;
+  if ((journal == CRJ || journal == CDJ) && r.J.Cash.Area178.SecondCardFlag != 0) {
+    // A receipt from a vendor or a payment to a customer names its second card.
+    const int32_t second = r.J.Cash.Area178.SecondCard;
+    if (journal == CRJ) GetVendorIDFromRecordNumber(second, id);
+    if (journal == CDJ) GetCustomerIDFromRecordNumber(second, id);
+    return id.c_str();
+  }
   const int32_t card = r.Key2.Card;
   if (card == 0) return "";
-  switch (r.Key1.JournalType) {
+  switch (journal) {
     case CRJ:
     case SJ:
     case SOJ:
@@ -370,7 +379,7 @@ void AddCosts(const JournalRecord& r, Listing& costs) {
   }
   if (journal == ASBYJ) {
     double cost = 0;
-    if (GetAssemblyCost(r.PostOrder, 0, &cost)) {
+    if (GetAssemblyCost(r.PostOrder, -1, &cost)) {  // the built item's own row
       costs.Add({key.c_str(), GetJrnlName(journal), CardID(r), "assembly build", Money(cost)});
     }
     return;

@@ -1,18 +1,22 @@
 // The demo's books beyond the cards and the chart: items (a stock item, a service, an
 // assembly and a master with two attributes and its sub-items), jobs with phases, cost
-// codes and estimates, two months of transactions of every journal kind stored through the
-// journal store, and the inventory tags of the costed rows. The host is the costing engine
-// here: it keeps each item's average cost as the transactions come in date order and writes
-// the tags that the library's cost queries read.
+// codes and estimates, and a quarter of business posted the way a user posts it, by IDs
+// through the host's posting: invoices with their receipts (in full and in part), bills and
+// the cheques that pay them, a receipt from a vendor and a payment to a customer (each with
+// its shadow), payroll, inventory adjustments, assembly builds, purchase and sales orders
+// and general journal entries. The host is the costing engine: it keeps each item's average
+// cost as the transactions come in date order and hands the costs to the posting, which
+// writes the tags that the library's cost queries read.
 #include "sample_books.h"
 
-#include <cmath>
 #include <cstring>
 #include <map>
 #include <string>
 #include <vector>
 
 #include "Basics.h"
+#include "company.h"
+#include "posting.h"
 
 namespace host {
 namespace {
@@ -188,34 +192,6 @@ bool WriteJobs(Outcome& out) {
 
 // --- transactions -------------------------------------------------------------------------
 
-// Record numbers of the sample's accounts, cards and items, looked up once.
-struct Refs {
-  std::map<std::string, int32_t> accounts;
-  int32_t Account(const char* id) { return accounts[id]; }
-  int32_t widget = 0, install = 0, kit = 0;
-};
-
-bool LoadRefs(Refs& refs, Outcome& out) {
-  for (const char* id : {"1020", "1030", "1100", "1200", "2000", "2320", "2330", "4000", "4100",
-                         "5000", "6400", "6700", "7000"}) {
-    FixedString<16> account{};
-    account = id;
-    refs.accounts[id] = GetAcctRecNumFromID(account);
-  }
-  FixedString<21> item{};
-  item = "WIDGET";
-  refs.widget = GetRecordNumberFromLineItemID(item);
-  item = "INSTALL";
-  refs.install = GetRecordNumberFromLineItemID(item);
-  item = "KIT";
-  refs.kit = GetRecordNumberFromLineItemID(item);
-  if (refs.widget == 0 || refs.kit == 0 || refs.Account("1020") == 0) {
-    out.Fail("the sample's items or accounts cannot be found", kNoStatus);
-    return false;
-  }
-  return true;
-}
-
 // The costing engine's state: quantity on hand and average cost per item.
 struct Stock {
   double quantity = 0;
@@ -224,334 +200,244 @@ struct Stock {
 
 class Books {
  public:
-  Books(JrnlDBFilesType files, BtrvFile* tags, Refs& refs)
-      : files_(files), tags_(tags), refs_(refs) {}
-
-  bool Write(Outcome& out);
+  explicit Books(Poster& poster) : poster_(poster) {}
+  // Posts the month beginning on first; month is 0, 1 or 2 within the quarter.
+  bool Month(const DatesType& first, int month, Outcome& out);
 
  private:
-  // A fresh record of journal on date with the next post order and transaction number.
-  JournalRecord* Start(JournalTypes journal, const DatesType& date, char qualifier, int32_t card,
-                       const char* reference, const char* description);
-  JrnlDistLine& AddLine(int32_t account, double amount, const char* description);
-  bool Store(Outcome& out);
-  bool Tag(int32_t item, const DatesType& date, int16_t index, int8_t type, double cost);
-  // Receives quantity of item at unit cost; answers the cost of taking quantity out.
-  void Receive(int32_t item, double quantity, double unit_cost);
-  double Issue(int32_t item, double quantity);
+  bool Post(const TrxSpec& t, Outcome& out);
+  void Receive(const std::string& item, double quantity, double unit_cost) {
+    Stock& s = stock_[item];
+    const double value = s.quantity * s.average + quantity * unit_cost;
+    s.quantity += quantity;
+    s.average = s.quantity > 0 ? value / s.quantity : unit_cost;
+  }
+  // The cost of taking quantity of item out at its average.
+  double Issue(const std::string& item, double quantity) {
+    Stock& s = stock_[item];
+    s.quantity -= quantity;
+    return Round(quantity * s.average);
+  }
 
-  bool Month(const DatesType& first, bool second, Outcome& out);
-
-  JrnlDBFilesType files_;
-  BtrvFile* tags_;
-  Refs& refs_;
-  JournalRecord* record_ = nullptr;
-  uint32_t post_order_ = 0;
-  std::map<int16_t, int32_t> numbers_;  // last transaction number per journal
-  std::map<int32_t, Stock> stock_;
-  uint32_t last_invoice_ = 0;  // for the receipt that pays it
-  std::string last_invoice_ref_;
-  int32_t last_invoice_customer_ = 0;
-  double last_invoice_amount_ = 0;
+  Poster& poster_;
+  std::map<std::string, Stock> stock_;
 };
 
-JournalRecord* Books::Start(JournalTypes journal, const DatesType& date, char qualifier,
-                            int32_t card, const char* reference, const char* description) {
-  std::memset(static_cast<void*>(record_), 0, sizeof *record_);
-  record_->Key1.JournalType = journal;
-  record_->Key1.TrxNumber = ++numbers_[journal];
-  record_->Key1.Period = WhichGLperiod(date);
-  record_->Key2.Qualifier = qualifier;
-  record_->Key2.Card = card;
-  record_->Key2.Date = date;
-  record_->PostOrder = ++post_order_;
-  record_->Reference = reference;
-  record_->Description = description;
-  record_->LedgerFlag = 1;  // posted (the rows of orders stay out of the ledger)
-  return record_;
-}
-
-JrnlDistLine& Books::AddLine(int32_t account, double amount, const char* description) {
-  JrnlDistLine& line = JournalLines(record_)[record_->LineCount++];
-  line.Account = account;
-  line.Amount = Round(amount);
-  line.Description = description;
-  return line;
-}
-
-bool Books::Store(Outcome& out) {
-  if (InsertRecord(files_, record_) != 0) return true;
-  out.Fail(
-      std::string("a ") + GetJrnlName(record_->Key1.JournalType) + " transaction cannot be written",
-      GetErrorCode(files_.HdrFile) ? GetErrorCode(files_.HdrFile) : GetErrorCode(files_.RowFile));
+bool Books::Post(const TrxSpec& t, Outcome& out) {
+  PostedTrx posted;
+  Refusal refusal;
+  if (poster_.Post(t, &posted, &refusal, out)) return true;
+  if (!out.failed()) {
+    out.Fail("the sample transaction " + t.reference + " was refused: " +
+                 (refusal.field.empty() ? "" : refusal.field + ": ") + refusal.reason,
+             kNoStatus);
+  }
   return false;
 }
 
-bool Books::Tag(int32_t item, const DatesType& date, int16_t index, int8_t type, double cost) {
-  InvTagRec tag{};
-  tag.ItemRecordNumber = item;
-  tag.Date = date;
-  tag.DistIndex = index;
-  tag.TagType = type;
-  tag.PostOrder = record_->PostOrder;
-  tag.Cost = Round(cost);
-  InvTagRec daily{};  // the item's record of the day, once
-  daily.ItemRecordNumber = item;
-  daily.Date = date;
-  daily.TagType = kInvTagDaily;
-  InvTagRec found = daily;
-  const bool have_daily = GetFileEqual(tags_, kLockBiasNone, sizeof found, &found, 0) != 0 &&
-                          found.TagType == kInvTagDaily;
-  return InsertRecord(tags_, sizeof tag, &tag) != 0 &&
-         (have_daily || InsertRecord(tags_, sizeof daily, &daily) != 0);
+LineSpec Line(const char* account, double amount, const char* description) {
+  LineSpec l;
+  l.account = account;
+  l.has_amount = true;
+  l.amount = amount;
+  l.description = description;
+  return l;
 }
 
-void Books::Receive(int32_t item, double quantity, double unit_cost) {
-  Stock& s = stock_[item];
-  const double value = s.quantity * s.average + quantity * unit_cost;
-  s.quantity += quantity;
-  s.average = s.quantity > 0 ? value / s.quantity : unit_cost;
+LineSpec ItemLine(const char* account, double amount, const char* item, double quantity,
+                  double price) {
+  LineSpec l = Line(account, amount, "");
+  l.item = item;
+  l.quantity = quantity;
+  l.unit_price = price;
+  return l;
 }
 
-double Books::Issue(int32_t item, double quantity) {
-  Stock& s = stock_[item];
-  s.quantity -= quantity;
-  return Round(quantity * s.average);
+LineSpec Payment(const char* account, double amount, const std::string& invoice) {
+  LineSpec l = Line(account, amount, "");
+  l.invoice = invoice;
+  return l;
 }
 
-bool Books::Month(const DatesType& first, bool second, Outcome& out) {
+bool Books::Month(const DatesType& first, int month, Outcome& out) {
   auto day = [&](int d) {
     DatesType date{};
     MakeDate(first.month, static_cast<uint8_t>(d), first.year, date);
     return date;
   };
-  const double buy_price = second ? 13.50 : 12.00;
-  const double buy_qty = second ? 10 : 20;
-  const std::string suffix = std::to_string(first.month);
-  Refs& r = refs_;
+  auto start = [&](JournalTypes journal, int d, const std::string& reference,
+                   const char* description) {
+    TrxSpec t;
+    t.journal = journal;
+    t.date = day(d);
+    t.reference = reference;
+    t.description = description;
+    return t;
+  };
+  const std::string m = std::to_string(first.month);
+  const double buy_price = 12.00 + 0.75 * month;
+  const double buy_qty = month == 1 ? 10 : 20;
+  const char* customers[] = {"ALDRED", "DELGADO", "BAYVIEW"};
 
-  // Purchase of widgets on account (journal 4).
-  FixedString<21> id{};
-  id = "NORTHWIND";
-  Start(PJ, day(2), 'P', GetRecordNumberFromVendorID(id), ("NW-" + suffix).c_str(),
-        "Widgets for stock");
-  record_->HdrAccount = r.Account("2000");
-  JrnlDistLine& bought = AddLine(r.Account("1200"), buy_qty * buy_price, "Widgets");
-  bought.Item = r.widget;
-  bought.Quantity = buy_qty;
-  bought.UnitPrice = buy_price;
-  record_->Amount = -bought.Amount;
-  record_->J.Sales.Area130.DueDate = day(28);
-  if (!Store(out)) return false;
-  const uint32_t purchase = record_->PostOrder;
-  Receive(r.widget, buy_qty, buy_price);
+  // A bill for widgets (purchases), due at the month's end.
+  TrxSpec bill = start(PJ, 2, "NW-" + m, "Widgets for stock");
+  bill.vendor = "NORTHWIND";
+  bill.has_due = true;
+  bill.due = day(28);
+  bill.lines.push_back(ItemLine("1200", buy_qty * buy_price, "WIDGET", buy_qty, buy_price));
+  if (!Post(bill, out)) return false;
+  Receive("WIDGET", buy_qty, buy_price);
 
-  // A sales order (journal 11) and a purchase order (journal 10), still open.
-  id = "CORNELL";
-  Start(SOJ, day(3), 'R', GetRecordNumberFromCustomerID(id), ("SO-" + suffix).c_str(),
-        "Widgets to deliver");
-  record_->HdrAccount = r.Account("1100");
-  JrnlDistLine& ordered = AddLine(r.Account("4000"), -4 * 25.0, "Widgets on order");
-  ordered.Item = r.widget;
-  ordered.Quantity = 4;
-  ordered.UnitPrice = 25;
-  ordered.OrderQuantity2 = 4;
-  record_->Amount = 100;
-  record_->J.Order.OrderValue = 100;
-  if (!Store(out)) return false;
-  id = "ACME";
-  Start(POJ, day(3), 'P', GetRecordNumberFromVendorID(id), ("PO-" + suffix).c_str(),
-        "Widgets to come");
-  record_->HdrAccount = r.Account("2000");
-  JrnlDistLine& coming = AddLine(r.Account("1200"), 6 * buy_price, "Widgets on order");
-  coming.Item = r.widget;
-  coming.Quantity = 6;
-  coming.UnitPrice = buy_price;
-  coming.OrderQuantity2 = 6;
-  record_->Amount = -coming.Amount;
-  if (!Store(out)) return false;
+  // A sales order and a purchase order, both still open.
+  TrxSpec so = start(SOJ, 3, "SO-" + m, "Widgets to deliver");
+  so.customer = "CORNELL";
+  so.has_due = true;
+  so.due = day(20);
+  so.lines.push_back(ItemLine("4000", -100, "WIDGET", 4, 25));
+  if (!Post(so, out)) return false;
+  TrxSpec po = start(POJ, 3, "PO-" + m, "Widgets to come");
+  po.vendor = "ACME";
+  po.has_due = true;
+  po.due = day(24);
+  po.lines.push_back(ItemLine("1200", 6 * buy_price, "WIDGET", 6, buy_price));
+  if (!Post(po, out)) return false;
 
-  // A sales invoice for widgets and installation (journal 3), costed from the average.
-  id = second ? "DELGADO" : "ALDRED";
-  const int32_t customer = GetRecordNumberFromCustomerID(id);
-  Start(SJ, day(5), 'R', customer, ("INV-" + suffix + "01").c_str(), "Widgets installed");
-  record_->HdrAccount = r.Account("1100");
-  JrnlDistLine& sold = AddLine(r.Account("4000"), -3 * 25.0, "Widgets");
-  sold.Item = r.widget;
-  sold.Quantity = 3;
-  sold.UnitPrice = 25;
-  JrnlDistLine& labour = AddLine(r.Account("4100"), -2 * 45.0, "Installation");
-  labour.Item = r.install;
-  labour.Quantity = 2;
-  labour.UnitPrice = 45;
-  labour.Job = 1;
-  record_->Amount = 165;
-  record_->J.Sales.Area130.DueDate = day(25);
-  record_->J.Sales.Area130.PaidInFullDate = day(12);
-  record_->J.Sales.Area130.AmountPaid = 165;
-  if (!Store(out) || !Tag(r.widget, day(5), 0, kInvTagSaleCost, Issue(r.widget, 3))) return false;
-  last_invoice_ = record_->PostOrder;
-  last_invoice_ref_ = record_->Reference.c_str();
-  last_invoice_customer_ = customer;
-  last_invoice_amount_ = record_->Amount;
+  // An invoice for widgets (costed at the average) and installation on a job.
+  const std::string invoice = "INV-" + m + "01";
+  TrxSpec sale = start(SJ, 5, invoice, "Widgets installed");
+  sale.customer = customers[month];
+  LineSpec widgets = ItemLine("4000", -75, "WIDGET", 3, 25);
+  widgets.has_cost = true;
+  widgets.cost = Issue("WIDGET", 3);
+  LineSpec labour = ItemLine("4100", -90, "INSTALL", 2, 45);
+  labour.job = "FITOUT";
+  labour.phase = "BUILD";
+  labour.cost_code = "LABOR";
+  sale.lines = {widgets, labour};
+  if (!Post(sale, out)) return false;
 
-  // The same kind of sale kept in the second sales journal (stored as journal 12).
-  id = "EASTSIDE";
-  Start(SJ, day(6), 'R', GetRecordNumberFromCustomerID(id), ("INV-" + suffix + "02").c_str(),
-        "Service call");
-  record_->HdrAccount = r.Account("1100");
-  JrnlDistLine& call = AddLine(r.Account("4100"), -90, "Service call, two hours");
-  call.Item = r.install;
-  call.Quantity = 2;
-  call.UnitPrice = 45;
-  record_->Amount = 90;
-  record_->J.Sales.Area130.Journal12 = 1;
-  if (!Store(out)) return false;
+  // A service call kept in the second sales journal.
+  TrxSpec call = start(SJ, 6, "INV-" + m + "02", "Service call");
+  call.customer = "EASTSIDE";
+  call.second_sales_journal = true;
+  call.lines.push_back(ItemLine("4100", -90, "INSTALL", 2, 45));
+  if (!Post(call, out)) return false;
 
-  // The receipt that pays the first invoice (journal 1).
-  Start(CRJ, day(12), 'R', last_invoice_customer_, ("CHK-" + suffix).c_str(), "Payment received");
-  record_->HdrAccount = r.Account("1020");
-  JrnlDistLine& paid = AddLine(r.Account("1100"), -last_invoice_amount_, "Invoice paid");
-  paid.Applied = 1;
-  paid.InvoiceRef = last_invoice_ref_.c_str();
-  paid.AppliedLink = last_invoice_;
-  record_->Amount = last_invoice_amount_;
-  if (!Store(out)) return false;
+  // Receipts: the first month's invoice is paid in full, the second month's in part, and
+  // its rest in the third month; the third month's invoice stays open.
+  if (month == 0 || month == 1) {
+    TrxSpec receipt = start(CRJ, 12, "CHK-" + m, "Payment received");
+    receipt.customer = customers[month];
+    receipt.lines.push_back(Payment("1100", month == 0 ? -165 : -100, invoice));
+    if (!Post(receipt, out)) return false;
+  }
+  if (month == 2) {
+    DatesType previous = first;
+    DecDate(previous, 3);
+    TrxSpec rest = start(CRJ, 10, "CHK-" + m, "Rest of an invoice");
+    rest.customer = customers[1];
+    rest.lines.push_back(Payment("1100", -65, "INV-" + std::to_string(previous.month) + "01"));
+    if (!Post(rest, out)) return false;
+  }
 
-  // A disbursement paying the month's purchase (journal 2) and one for rent.
-  id = "NORTHWIND";
-  Start(CDJ, day(15), 'P', GetRecordNumberFromVendorID(id), ("C" + suffix + "01").c_str(),
-        "Widgets paid");
-  record_->HdrAccount = r.Account("1020");
-  JrnlDistLine& settled = AddLine(r.Account("2000"), buy_qty * buy_price, "Bill paid");
-  settled.Applied = 1;
-  settled.InvoiceRef = ("NW-" + suffix).c_str();
-  settled.AppliedLink = purchase;
-  record_->Amount = -settled.Amount;
-  if (!Store(out)) return false;
-  id = "PACIFIC";
-  Start(CDJ, day(16), 'P', GetRecordNumberFromVendorID(id), ("C" + suffix + "02").c_str(),
-        "Power and light");
-  record_->HdrAccount = r.Account("1020");
-  AddLine(r.Account("6700"), 212.40, "Electricity");
-  record_->Amount = -212.40;
-  if (!Store(out)) return false;
+  // The cheque paying the month's bill, and one for power.
+  TrxSpec cheque = start(CDJ, 15, "C" + m + "01", "Widgets paid");
+  cheque.vendor = "NORTHWIND";
+  cheque.lines.push_back(Payment("2000", buy_qty * buy_price, "NW-" + m));
+  if (!Post(cheque, out)) return false;
+  TrxSpec power = start(CDJ, 16, "C" + m + "02", "Power and light");
+  power.vendor = "PACIFIC";
+  power.lines.push_back(Line("6700", 212.40, "Electricity"));
+  if (!Post(power, out)) return false;
 
-  // Payroll for one employee (journal 5): gross wages, withholding and the net cheque.
-  id = second ? "E-BROOKS" : "E-ADAMS";
-  Start(PRJ, day(15), 0, GetEmployeeRecNo(id), ("PR-" + suffix).c_str(), "Pay, first half");
-  record_->EmployeeID = id;
-  record_->HdrAccount = r.Account("1030");
-  record_->Amount = -1540;
-  struct {
+  // A receipt from a vendor (a freight refund) and a payment to a customer (a refund); each
+  // gets its shadow in the other side's journal.
+  if (month == 1) {
+    TrxSpec refund = start(CRJ, 22, "HF-" + m, "Freight refund");
+    refund.vendor = "HARBOR";
+    refund.lines.push_back(Line("5100", -45, "Freight overcharged"));
+    if (!Post(refund, out)) return false;
+  }
+  if (month == 2) {
+    TrxSpec refund = start(CDJ, 8, "RF-" + m, "Refund for a return");
+    refund.customer = "CORNELL";
+    refund.lines.push_back(Line("4000", 30, "Returned goods"));
+    if (!Post(refund, out)) return false;
+  }
+
+  // Payroll: gross wages, withholding and the net cheque.
+  TrxSpec pay = start(PRJ, 15, "PR-" + m, "Pay, first half");
+  pay.employee = month == 1 ? "E-BROOKS" : "E-ADAMS";
+  const struct {
     const char* account;
     const char* code;
     double amount;
-  } const fields[] = {{"7000", "GROSS", 2000}, {"2330", "FEDWH", -310}, {"2320", "STATEWH", -150}};
+  } fields[] = {{"7000", "GROSS", 2000}, {"2330", "FEDWH", -310}, {"2320", "STATEWH", -150}};
   for (const auto& f : fields) {
-    JrnlPayrollField& field = record_->J.Payroll.Fields[record_->LineCount];
-    field.Account = r.Account(f.account);
-    field.FieldIndex = record_->LineCount;
-    field.Code = f.code;
-    field.Amount = f.amount;
-    ++record_->LineCount;
+    LineSpec l = Line(f.account, f.amount, "");
+    l.code = f.code;
+    pay.lines.push_back(l);
   }
-  if (!Store(out)) return false;
+  if (!Post(pay, out)) return false;
 
-  // Cost of goods for the month's widget sales (journal 6).
-  Start(COGSJ, day(18), 0, 0, ("COGS-" + suffix).c_str(), "Cost of widgets sold");
-  const double cost = Round(3 * stock_[r.widget].average);
-  JrnlDistLine& cogs = AddLine(r.Account("5000"), cost, "Widgets sold");
-  cogs.Item = r.widget;
-  cogs.Quantity = 3;
-  AddLine(r.Account("1200"), -cost, "Widgets out of stock");
-  if (!Store(out)) return false;
+  // An inventory adjustment: one widget damaged, costed at the average.
+  TrxSpec damaged = start(INAJ, 19, "ADJ-" + m, "Damaged in store");
+  damaged.item = "WIDGET";
+  damaged.quantity = -1;
+  damaged.has_amount = true;
+  damaged.amount = Issue("WIDGET", 1);
+  if (!Post(damaged, out)) return false;
 
-  // An inventory adjustment (journal 7): one widget damaged, costed at the average.
-  Start(INAJ, day(19), 0, r.widget, ("ADJ-" + suffix).c_str(), "Damaged in store");
-  record_->HdrAccount = r.Account("5000");
-  record_->J.Inv.Quantity = -1;
-  record_->Amount = Issue(r.widget, 1);
-  if (!Store(out) || !Tag(r.widget, day(19), 0, kInvTagSaleCost2, record_->Amount)) return false;
+  // An assembly build: two kits from four widgets.
+  TrxSpec build = start(ASBYJ, 20, "BLD-" + m, "Kits built");
+  build.item = "KIT";
+  build.quantity = 2;
+  LineSpec part;
+  part.item = "WIDGET";
+  part.quantity = -4;
+  part.has_cost = true;
+  part.cost = Issue("WIDGET", 4);
+  part.description = "Widgets used";
+  build.lines.push_back(part);
+  if (!Post(build, out)) return false;
+  Receive("KIT", 2, part.cost / 2);
 
-  // An assembly build (journal 8): two kits from four widgets.
-  Start(ASBYJ, day(20), 0, r.kit, ("BLD-" + suffix).c_str(), "Kits built");
-  record_->HdrAccount = r.Account("1200");
-  record_->J.Inv.Quantity = 2;
-  const double used = Issue(r.widget, 4);
-  JrnlDistLine& part = AddLine(r.Account("1200"), -used, "Widgets used");
-  part.Item = r.widget;
-  part.Quantity = -4;
-  record_->Amount = used;
-  if (!Store(out) || !Tag(r.kit, day(20), 0, kInvTagAssemblyCost, used)) return false;
-  Receive(r.kit, 2, used / 2);
-
-  // A system cost adjustment (journal 9) in the second month: the kits revalued.
-  if (second) {
-    Start(INAJ2, day(21), 0, r.kit, ("SYS-" + suffix).c_str(), "Kit cost adjusted");
-    JrnlDistLine& revalued = AddLine(r.Account("1200"), 1.50, "Kit cost");
-    revalued.Item = r.kit;
-    AddLine(r.Account("5000"), -1.50, "Kit cost");
-    if (!Store(out)) return false;
-  }
-
-  // A general journal entry (journal 0): office supplies moved to expense.
-  Start(GENJ, day(25), 0, 0, ("GJ-" + suffix).c_str(), "Supplies used");
-  AddLine(r.Account("6400"), 75.25, "Office supplies used");
-  AddLine(r.Account("1020"), -75.25, "Office supplies used");
-  return Store(out);
-}
-
-bool Books::Write(Outcome& out) {
-  if (AllocateJournalRecord(&record_) == 0) {
-    out.Fail("no memory for a transaction", kNoStatus);
-    return false;
-  }
-  DatesType this_month{};
-  MakeDate(TodaysDate.month, 1, TodaysDate.year, this_month);
-  DatesType last_month = this_month;
-  DecDate(last_month, 3);
-  const bool ok = Month(last_month, false, out) && Month(this_month, true, out);
-  DeAllocateJournalRecord(&record_);
-  return ok;
+  // A general journal entry: office supplies used.
+  TrxSpec supplies = start(GENJ, 25, "GJ-" + m, "Supplies used");
+  supplies.lines = {Line("6400", 75.25, "Office supplies used"),
+                    Line("1020", -75.25, "Office supplies used")};
+  return Post(supplies, out);
 }
 
 }  // namespace
 
+bool WriteSampleSettings(bool cash_basis, Outcome& out) {
+  MyCompany.CashBasis = cash_basis ? 1 : 0;
+  // Events of invoices (entered, due), receipts, purchase orders (placed, expected), bills
+  // due, payments and payroll, and of sales orders; an alarm three days before a due date.
+  std::memset(Options.EventCreate, 0, sizeof Options.EventCreate);
+  for (int index : {2, 3, 5, 6, 7, 8, 9, 10}) Options.EventCreate[index] = 1;
+  for (int index : {3, 8}) {
+    Options.EventAlarm[index] = 1;
+    Options.EventLead[index] = 3;
+  }
+  Options.Event3.Create = 1;
+  return SaveHostSettings(out);
+}
+
 bool WriteSampleBooks(Outcome& out) {
   if (!WriteItems(out) || !WriteJobs(out)) return false;
-  Refs refs;
-  if (!LoadRefs(refs, out)) return false;
-  JrnlDBFilesType files{};
-  if (OpenJournalFile(&files, kOpenModeNormal) == 0) {
-    out.Fail("the journal files cannot be opened", GetErrorCode(nullptr));
-    return false;
+  Poster poster;
+  if (!poster.Open(out)) return false;
+  Books books(poster);
+  DatesType month = TodaysDate;
+  month.day = 1;
+  DecDate(month, 3);
+  DecDate(month, 3);
+  for (int m = 0; m < 3; ++m, IncDate(month, 3)) {
+    if (!books.Month(month, m, out)) return false;
   }
-  BtrvFile* tags = nullptr;
-  BtrvFile* costs = nullptr;
-  if (OpenInvTagFile(&tags, &costs, kOpenModeNormal) == 0) {
-    out.Fail("the inventory tag file cannot be opened", GetErrorCode(nullptr));
-    CloseJrnlFile(&files);
-    return false;
-  }
-  // One batch for the whole sample: it is there whole or not at all.
-  bool ok = bBeginBatchUpdate(files.HdrFile) != 0;
-  if (ok) {
-    Books books(files, tags, refs);
-    ok = books.Write(out);
-    if (ok) {
-      ok = bEndBatchUpdate(files.HdrFile) != 0;
-      if (!ok) out.Fail("the sample transactions cannot be committed", GetErrorCode(files.HdrFile));
-    } else {
-      bAbortBatchUpdate(files.HdrFile);
-    }
-  } else {
-    out.Fail("the journal files cannot be written", GetErrorCode(files.HdrFile));
-  }
-  RealCloseFile(&costs, kHost, __LINE__);
-  RealCloseFile(&tags, kHost, __LINE__);
-  CloseJrnlFile(&files);
-  return ok;
+  return true;
 }
 
 }  // namespace host

@@ -1,0 +1,231 @@
+#include "ledger.h"
+
+#include <cstdio>
+#include <map>
+#include <string>
+
+#include "Basics.h"
+
+namespace host {
+namespace {
+
+constexpr const char* kHost = "host/ledger";
+
+TrialBalanceRange g_range;
+
+std::string Money(double amount) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.2f", Round(amount));
+  return text;
+}
+
+std::string DateText(const DatesType& date) {
+  char text[16];
+  MediumDateText(date, text, sizeof text);
+  return text[0] != '\0' ? text : "-";
+}
+
+bool IsSet(const DatesType& date) { return date.day != 0 || date.month != 0 || date.year != 0; }
+
+std::string AccountID(int32_t number) {
+  FixedString<16> id{};
+  if (GetAcctIDFromRecordNumber(number, id) == 0) return "#" + std::to_string(number);
+  return id.c_str();
+}
+
+struct AccountTotal {
+  int32_t number = 0;
+  int rows = 0;
+  double balance = 0;
+};
+
+// The printable key of a transaction with its journal code in front.
+std::string TransactionText(const JournalKey1Type& key) {
+  FixedString<16> text{};
+  MakeKeyString(&key, text);
+  return std::string(GetJrnlName(key.JournalType)) + text.c_str();
+}
+
+std::string CardText(int16_t type, int32_t card) {
+  FixedString<21> id{};
+  bool found = false;
+  if (type == 1) found = GetCustomerIDFromRecordNumber(card, id);
+  if (type == 2) found = GetEmployeeID(card, &id);
+  if (type == 3) found = GetVendorIDFromRecordNumber(card, id);
+  return found ? std::string(id.c_str()) : "#" + std::to_string(card);
+}
+
+// What raises each event type.
+const char* EventTypeName(int16_t type) {
+  static const char* const kNames[] = {"",
+                                       "sale entered",
+                                       "sale, second date",
+                                       "sales order due",
+                                       "invoice entered",
+                                       "invoice due",
+                                       "sale, other kind",
+                                       "collection",
+                                       "receipt",
+                                       "order placed",
+                                       "order expected",
+                                       "bill due",
+                                       "payment",
+                                       "payroll"};
+  return type >= 1 && type <= 13 ? kNames[type] : "other";
+}
+
+}  // namespace
+
+void SetTrialBalanceRange(const TrialBalanceRange& range) { g_range = range; }
+
+void TrialBalanceView(std::vector<Listing>* listings, Outcome& out) {
+  TrialBalanceRange range = g_range;
+  std::string title = "Trial balance";
+  if (range.period != 0) {
+    const unsigned short internal =
+        InternalPeriod(static_cast<unsigned short>(range.period), Current.PeriodsPerYear);
+    range.from = GetPeriodFrom(internal);
+    range.to = GetPeriodTo(internal);
+    if (UserPeriod(internal, Current.PeriodsPerYear) == 0 || !IsSet(range.from)) {
+      out.Fail("there is no period " + std::to_string(range.period), kNoStatus);
+      return;
+    }
+    range.has_from = range.has_to = true;
+    title += ", period " + std::to_string(range.period);
+  }
+  if (range.has_from || range.has_to) {
+    title += " (" + (range.has_from ? DateText(range.from) : std::string("start")) + " to " +
+             (range.has_to ? DateText(range.to) : std::string("end")) + ")";
+  }
+  JrnlRowHdrClass navigator(static_cast<int16_t>(kOpenModeReadOnly));
+  if (!navigator.IsOKtoUse()) {
+    out.Fail("the journal files cannot be opened", GetErrorCode(nullptr));
+    return;
+  }
+  std::map<std::string, AccountTotal> totals;  // by account ID
+  constexpr int16_t kAccountKey = 2;           // account, date, post order
+  navigator.ClearRow();
+  for (int ok = navigator.GetRowGE(kAccountKey); ok; ok = navigator.GetRowNext(kAccountKey)) {
+    const JrnlRowType& row = navigator.Row;
+    if (range.has_from && CompareDates(row.Date, range.from) < 0) continue;
+    if (range.has_to && CompareDates(row.Date, range.to) > 0) continue;
+    const bool cost_row = row.Kind == kRowInventoryCost1 || row.Kind == kRowInventoryCost2;
+    if ((row.LedgerFlag == 0 && !cost_row) || IsThisRowPosted(&row) == 0) continue;
+    AccountTotal& total = totals[AccountID(row.Account)];
+    total.number = row.Account;
+    total.rows += 1;
+    total.balance += row.Amount;
+  }
+  Listing l(title,
+            {{"Account"}, {"Description"}, {"Rows", true}, {"Debit", true}, {"Credit", true}});
+  double debits = 0, credits = 0;
+  int count = 0;
+  for (const auto& [id, total] : totals) {
+    FixedString<161> description{};
+    SetAcntDesc(total.number, description);
+    const double balance = Round(total.balance);
+    if (balance > 0) debits += balance;
+    if (balance < 0) credits -= balance;
+    count += total.rows;
+    l.Add({id, description.c_str(), std::to_string(total.rows), balance > 0 ? Money(balance) : "",
+           balance < 0 ? Money(-balance) : ""});
+  }
+  l.Add({"Total", "", std::to_string(count), Money(debits), Money(credits)});
+  const double difference = Round(debits - credits);
+  l.SetFooter(IsZero(difference) ? "Debits equal credits."
+                                 : "Out of balance by " + Money(difference) + ".");
+  listings->push_back(std::move(l));
+}
+
+void InvoicesView(std::vector<Listing>* listings, Outcome& out) {
+  JrnlDBFilesType files{};
+  if (OpenJournalFile(&files, kOpenModeReadOnly) == 0) {
+    out.Fail("the journal files cannot be opened", GetErrorCode(nullptr));
+    return;
+  }
+  JournalRecord* r = nullptr;
+  if (AllocateJournalRecord(&r) == 0) {
+    CloseJrnlFile(&files);
+    out.Fail("no memory for a transaction", kNoStatus);
+    return;
+  }
+  Listing l("Invoices", {{"Key"},
+                         {"Journal"},
+                         {"Date"},
+                         {"Reference"},
+                         {"Card"},
+                         {"Amount", true},
+                         {"Paid", true},
+                         {"Balance", true},
+                         {"Due"},
+                         {"Paid in full"}});
+  int open = 0;
+  constexpr int16_t kDateKey = 3;
+  for (int ok = GetFileLowest(files, kLockBiasNone, r, kDateKey); ok;
+       ok = GetFileNext(files, kLockBiasNone, r, kDateKey)) {
+    const int16_t j = r->Key1.JournalType;
+    if ((j != SJ && j != PJ) || r->Key1.Shadow != 0) continue;
+    const JrnlSalesHdr130& area = r->J.Sales.Area130;
+    FixedString<21> card{};
+    if (j == SJ) GetCustomerIDFromRecordNumber(r->Key2.Card, card);
+    if (j == PJ) GetVendorIDFromRecordNumber(r->Key2.Card, card);
+    const double balance = Round(r->Amount - area.AmountPaid);
+    const bool paid = IsLegalDate(area.PaidInFullDate);
+    if (!paid) ++open;
+    FixedString<16> key{};
+    MakeKeyString(&r->Key1, key);
+    l.Add({key.c_str(), j == SJ && area.Journal12 ? "SJ2" : GetJrnlName(j), DateText(r->Key2.Date),
+           r->Reference.c_str(), card.c_str(), Money(r->Amount), Money(area.AmountPaid),
+           Money(balance), DateText(area.DueDate), paid ? DateText(area.PaidInFullDate) : "open"});
+  }
+  const uint16_t status = GetErrorCode(files.HdrFile);
+  DeAllocateJournalRecord(&r);
+  CloseJrnlFile(&files);
+  if (status != kStatusEndOfFile) {
+    out.Fail("the journal cannot be read", status);
+    return;
+  }
+  l.SetFooter("(" + std::to_string(l.rows().size()) + " invoices, " + std::to_string(open) +
+              " open)");
+  listings->push_back(std::move(l));
+}
+
+void EventsView(std::vector<Listing>* listings, Outcome& out) {
+  BtrvFile* file = nullptr;
+  if (RealOpenBFileOwner(&file, EventLogFileName.c_str(), kOpenModeReadOnly, 0, csTheOwner.c_str(),
+                         kHost, __LINE__) == 0) {
+    out.Fail("the event log cannot be opened", GetErrorCode(nullptr));
+    return;
+  }
+  Listing l("Event log", {{"Card"},
+                          {"Log", true},
+                          {"Date"},
+                          {"Title"},
+                          {"Type"},
+                          {"Transaction"},
+                          {"Alarm"},
+                          {"Completed"}});
+  int completed = 0;
+  EVENT_LOG_RECORD e{};
+  for (uint8_t ok = GetFileLowest(file, kLockBiasNone, sizeof e, &e, 0); ok;
+       ok = GetFileNext(file, kLockBiasNone, sizeof e, &e, 0)) {
+    const bool from_journal = e.JournalKey.JournalType != 0 || e.JournalKey.TrxNumber != 0;
+    if (e.Completed) ++completed;
+    l.Add({CardText(e.CardType, e.CardRecordNumber), std::to_string(e.LogNumber), DateText(e.Date),
+           e.Title.c_str(), std::to_string(e.EventType) + " " + EventTypeName(e.EventType),
+           from_journal ? TransactionText(e.JournalKey) : "",
+           e.AlarmSet ? "lead " + std::to_string(e.AlarmLead) : "",
+           e.Completed ? DateText(e.CompletedDate) : ""});
+  }
+  const uint16_t status = GetErrorCode(file);
+  RealCloseFile(&file, kHost, __LINE__);
+  if (status != kStatusEndOfFile) {
+    out.Fail("the event log cannot be read", status);
+    return;
+  }
+  l.SetFooter("(" + std::to_string(l.rows().size()) + " events, " + std::to_string(completed) +
+              " completed)");
+  listings->push_back(std::move(l));
+}
+
+}  // namespace host
