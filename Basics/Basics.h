@@ -28,6 +28,7 @@
 #include "OpenDat.h"
 #include "PHASE.h"
 #include "PROJECT.h"
+#include "RecIDUnion.h"
 #include "RecptTagDcl.h"
 #include "VendorDcl.h"
 #include "journldb.h"
