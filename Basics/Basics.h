@@ -29,6 +29,7 @@
 #include "PHASE.h"
 #include "PROJECT.h"
 #include "RecIDUnion.h"
+#include "RecordCache.h"
 #include "RecptTagDcl.h"
 #include "VendorDcl.h"
 #include "journldb.h"
