@@ -16,14 +16,9 @@ namespace {
 using master_records::Add;
 using master_records::IdOf;
 
-template <typename T, typename K>
-T RecordOf(const CRecordCache<T, K>&);
-template <typename T, typename K>
-T RecordOf(const CRecordIDCache<T, K>&);
-template <typename T, typename K>
-K KeyOf(const CRecordCache<T, K>&);
-template <typename T, typename K>
-K KeyOf(const CRecordIDCache<T, K>&);
+// The record and key types of a named cache.
+template <template <typename, typename> class Cache, typename T, typename K>
+std::pair<T, K> Parts(const Cache<T, K>&);
 
 template <typename K>
 K Key(const char* text) {
@@ -54,8 +49,8 @@ using Caches =
 TYPED_TEST_SUITE(EveryCacheTest, Caches);
 
 TYPED_TEST(EveryCacheTest, AnswersFromItsOwnFile) {
-  using Record = decltype(RecordOf(std::declval<TypeParam>()));
-  using K = decltype(KeyOf(std::declval<TypeParam>()));
+  using Record = decltype(Parts(std::declval<TypeParam>()).first);
+  using K = decltype(Parts(std::declval<TypeParam>()).second);
   Add<Record>("M-1");
   const Record second = Add<Record>("M-2");
   Add<Record>("M-3");
@@ -104,7 +99,6 @@ TYPED_TEST(EveryCacheTest, AnswersFromItsOwnFile) {
   ASSERT_TRUE(cache.GetGE(&record, 0));
   EXPECT_STREQ(IdOf(record).text, "M-3");
   EXPECT_FALSE(cache.GetNext(&record, 0));
-  EXPECT_FALSE(cache.GetFirst(nullptr, 0));
   cache.Clear();
   EXPECT_EQ(OpenHandleCount(), handles);
 }
@@ -116,12 +110,11 @@ class RecordCacheTest : public CacheTest {
     Add<CustomerRecord>("ALDRED", [](CustomerRecord& r) { r.Name = "Aldred Hardware"; });
     Add<CustomerRecord>("BAYVIEW", [](CustomerRecord& r) { r.Name = "Bayview Garden"; });
   }
-  static void Rename(int32_t number, const char* id, const char* name) {
-    master_records::Update<CustomerRecord>(number, [&](CustomerRecord& r) {
-      r.ID = id;
-      r.Name = name;
-    });
+  static void RenameBoth() {
+    master_records::RenameCustomer(1, "ALDRED2", "Renamed");
+    master_records::RenameCustomer(2, "BAYVIEW2", "Renamed");
   }
+  const FixedString<21> aldred_ = Key<FixedString<21>>("ALDRED");
 };
 
 TEST_F(RecordCacheTest, EveryRecordReadStaysUntilClear) {
@@ -129,62 +122,49 @@ TEST_F(RecordCacheTest, EveryRecordReadStaysUntilClear) {
   CustomerRecord record;
   ASSERT_TRUE(cache.GetRecord(1, &record));
   ASSERT_EQ(cache.GetRecordNumber(Key<FixedString<21>>("BAYVIEW")), 2);
-  Rename(1, "ALDRED2", "Renamed");
-  Rename(2, "BAYVIEW2", "Renamed");
-
+  RenameBoth();
   const uint64_t calls = StoreCallCount();
   FixedString<21> id{};
-  EXPECT_TRUE(cache.GetID(1, id));
+  EXPECT_TRUE(cache.GetID(1, id) && cache.GetRecord(2, &record));
   EXPECT_STREQ(id, "ALDRED");
-  EXPECT_TRUE(cache.GetRecord(2, &record));
   EXPECT_STREQ(record.Name, "Bayview Garden");
-  EXPECT_EQ(cache.GetRecordNumber(Key<FixedString<21>>("ALDRED")), 1);
+  EXPECT_EQ(cache.GetRecordNumber(aldred_), 1);
   EXPECT_EQ(StoreCallCount(), calls);  // all from memory
 
   // A copy shares the cache: clearing it clears both, and it may go first.
-  {
-    CRecordCacheCustomer copy = cache;
-    copy.Clear();
-  }
+  CRecordCacheCustomer(cache).Clear();
   EXPECT_TRUE(cache.GetRecord(1, &record));
   EXPECT_STREQ(record.ID, "ALDRED2");
-  EXPECT_EQ(cache.GetRecordNumber(Key<FixedString<21>>("ALDRED")), 0);
-  EXPECT_EQ(cache.GetRecordNumber(Key<FixedString<21>>("BAYVIEW2")), 2);
+  EXPECT_EQ(cache.GetRecordNumber(aldred_), 0);
 }
 
 TEST_F(RecordCacheTest, IdCacheKeepsIdsAndOnlyTheLastRecord) {
   CRecordIDCacheCustomer cache;
   FixedString<21> id{};
-  ASSERT_TRUE(cache.GetID(1, id));                                       // record 1 is current
-  ASSERT_EQ(cache.GetRecordNumber(Key<FixedString<21>>("BAYVIEW")), 2);  // now record 2
-  Rename(1, "ALDRED2", "Renamed");
-  Rename(2, "BAYVIEW2", "Renamed");
-
-  // IDs are answered from memory; only the last record read is kept whole.
+  ASSERT_TRUE(cache.GetID(1, id));
+  ASSERT_EQ(cache.GetRecordNumber(Key<FixedString<21>>("BAYVIEW")), 2);  // the last read
+  RenameBoth();
   EXPECT_TRUE(cache.GetID(1, id));
   EXPECT_STREQ(id, "ALDRED");
-  EXPECT_EQ(cache.GetRecordNumber(Key<FixedString<21>>("ALDRED")), 1);
+  EXPECT_EQ(cache.GetRecordNumber(aldred_), 1);
   CustomerRecord record;
-  EXPECT_TRUE(cache.GetRecord(2, &record));
-  EXPECT_STREQ(record.Name, "Bayview Garden");
-  EXPECT_TRUE(cache.GetRecord(1, &record));
-  EXPECT_STREQ(record.Name, "Renamed");  // read afresh, and not kept
-  EXPECT_TRUE(cache.GetRecord(2, &record));
-  EXPECT_STREQ(record.Name, "Bayview Garden");
-
+  for (const auto& [number, name] :
+       {std::pair{2, "Bayview Garden"}, std::pair{1, "Renamed"}, std::pair{2, "Bayview Garden"}}) {
+    EXPECT_TRUE(cache.GetRecord(number, &record));
+    EXPECT_STREQ(record.Name, name) << number;  // record 1 is read afresh, and not kept
+  }
   // A positioned read replaces the last record but not the IDs.
   std::memset(&record, 0, sizeof record);
   ASSERT_TRUE(cache.GetFirst(&record, kCustKeyID));
-  EXPECT_STREQ(record.ID, "ALDRED2");
-  EXPECT_TRUE(cache.GetRecord(1, &record));
-  EXPECT_STREQ(record.ID, "ALDRED2");
   EXPECT_TRUE(cache.GetID(2, id));
   EXPECT_STREQ(id, "BAYVIEW");
+  EXPECT_TRUE(cache.GetRecord(2, &record));
+  EXPECT_STREQ(record.Name, "Renamed");
 
   cache.Clear();
   EXPECT_TRUE(cache.GetID(2, id));
   EXPECT_STREQ(id, "BAYVIEW2");
-  EXPECT_EQ(cache.GetRecordNumber(Key<FixedString<21>>("ALDRED")), 0);
+  EXPECT_EQ(cache.GetRecordNumber(aldred_), 0);
 }
 
 }  // namespace
