@@ -656,8 +656,14 @@ void GetDistribDescription(const JournalRecord* record, int16_t line, uint16_t s
 // --- Posting --------------------------------------------------------------------------------
 // Each of InsertJournal, UpdateJournal and DeleteJournal (with the shadow, the event actions,
 // the receipt tags and the audit-trail moves) runs in one batch on the pair and commits whole
-// or not at all: on failure (0) the company's files are exactly as before the call. The
-// record stays the caller's; on failure it may hold the numbers and GUIDs that were tried.
+// or not at all: on failure (0) the company's files are exactly as before the call (inside a
+// host's batch only the call's own writes are undone). Numbers are handed out inside the
+// batch, where no other user can take them before it commits. A batch kept waiting by
+// another user's past the record manager's wait, or a record held by another user's edit,
+// brings up the record manager's Retry/Cancel prompt (20085, 20084): the library never
+// retries by itself; Cancel answers 0 with nothing written. Refusals are shown once the
+// batch is abandoned. The record stays the caller's; on failure it may hold the numbers and
+// GUIDs that were tried. GetErrorCode(files.HdrFile) tells why a header write failed.
 
 // OptimizedInsertJournal with keep-numbers 0 and event mode 3.
 unsigned char InsertJournal(JrnlDBFilesType files, JournalRecord* record);
@@ -685,18 +691,23 @@ unsigned char DeleteJournal(JrnlDBFilesType files, JournalRecord* record, int no
 unsigned char OptimizedDeleteJournal(JrnlDBFilesType files, JournalRecord* record, int no_shadow);
 
 // The one-line shadow of a receipt from a vendor (purchases, "Receipt") or of a payment to a
-// customer (sales, "Payment"); 1 on success, 0 after message 2508 (2507) when it cannot be
-// written. The Update forms rewrite an existing shadow (0 after 2510 (2509) when missing).
+// customer (sales, "Payment"), in a batch of its own; 1 on success, 0 after message 2508
+// (2507) when it cannot be written (nothing written). The Update forms rewrite an existing
+// shadow (0 after 2510 (2509) when missing); they move the pair's position to the shadow.
 int CreateShadowForRecVend(JrnlDBFilesType files, JournalRecord* source);
 int CreateShadowForPayCust(JrnlDBFilesType files, JournalRecord* source);
 int UpdateShadowForRecVend(JrnlDBFilesType files, JournalRecord* source);
 int UpdateShadowForPayCust(JrnlDBFilesType files, JournalRecord* source);
 
 // Spreads applied-invoice line *line (1-based) of receipt over the lines of the invoice it
-// pays (cash-basis books), advancing *line; adds the receipt tag. 1 on success (also when the
-// invoice is not found, after message 2417, with the line unchanged); 0 after message 2477
-// (2493 from posting) when the receipt would pass 560 lines. old_invoice is the invoice as it
-// was before the change, or null. All records stay the caller's.
+// pays (cash-basis books), advancing *line to the last line written and raising the line
+// count to it; adds the receipt tag. The invoice is old_invoice when its reference matches,
+// else FindInvoice(files, journal, ...). 1 on success (also when the invoice is not found,
+// after message 2417, with the line unchanged); 0 after message 2477 (2493 from posting)
+// when the receipt would pass 560 lines, and 0 without a message when a receipt-tag write
+// fails (the tags then as they were; the lines already spread stay in receipt).
+// old_invoice is the invoice as it was before the change, or null. All records stay the
+// caller's.
 int DoCashBasisStuff(JournalRecord* receipt, int16_t journal, JrnlDBFilesType files,
                      BtrvFile* tag_file, unsigned short* line, unsigned char from_posting,
                      JournalRecord* old_invoice);
