@@ -110,7 +110,8 @@ struct CRecordCache<T, Key>::State {
   // Keeps a record just read under its number, unless a copy is cached already; the
   // cached copy becomes current either way.
   T* Keep(std::unique_ptr<T> record) {
-    auto [it, inserted] = records.try_emplace(record->RecordNumber, std::move(record));
+    const int32_t number = record->RecordNumber;  // a copy: the field is unaligned
+    auto [it, inserted] = records.try_emplace(number, std::move(record));
     current = it->second.get();
     return current;
   }
@@ -190,7 +191,8 @@ bool CRecordCache<T, Key>::Positioned(T* buffer, int16_t key, int op) {
   State& s = *state_;
   if (buffer == nullptr || !EnsureOpen<T>(&s.file)) return false;
   if (ReadPositioned(op, s.file, sizeof(T), buffer, key) == 0) return false;
-  if (s.records.find(buffer->RecordNumber) == s.records.end()) {
+  const int32_t number = buffer->RecordNumber;
+  if (s.records.find(number) == s.records.end()) {
     s.Keep(std::make_unique<T>(*buffer));
   }
   return true;
@@ -261,7 +263,7 @@ bool CRecordIDCache<T, Key>::GetID(int32_t record_number, Key& id) {
     return false;
   }
   id = CacheTraits<T>::Id(s.current);
-  s.ids.try_emplace(s.current.RecordNumber, id);
+  s.ids.try_emplace(int32_t{s.current.RecordNumber}, id);
   return true;
 }
 
@@ -293,7 +295,7 @@ int32_t CRecordIDCache<T, Key>::GetRecordNumber(const Key& id) {
     std::memset(&s.current, 0, sizeof(T));
     return 0;
   }
-  s.ids.try_emplace(s.current.RecordNumber, CacheTraits<T>::Id(s.current));
+  s.ids.try_emplace(int32_t{s.current.RecordNumber}, CacheTraits<T>::Id(s.current));
   return s.current.RecordNumber;
 }
 
