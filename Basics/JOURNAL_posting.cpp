@@ -18,6 +18,7 @@
 #include "JOURNAL.h"
 #include "LineItemDcl.h"
 #include "OPTIONDB.h"
+#include "OPTIONDB_internal.h"
 #include "OpenDat.h"
 #include "OpenDat_internal.h"
 #include "RecptTagDcl.h"
@@ -326,7 +327,9 @@ Outcome InsertInBatch(JrnlDBFilesType files, JournalRecord* record, bool keep_nu
   if (!keep_numbers && HasShadow(record) && !InsertShadow(files, record)) {
     return Outcome::kShadowNotWritten;
   }
-  if (event_mode == kEventModeInsert) vOptionDB(record, EVENTDB_ADD);
+  if (event_mode == kEventModeInsert && !OptionDBChecked(record, EVENTDB_ADD)) {
+    return Outcome::kFailed;
+  }
   return Outcome::kDone;
 }
 
@@ -414,7 +417,7 @@ unsigned char OptimizedUpdateJournal(JrnlDBFilesType files, JournalRecord* recor
   if (!UpdateFile(files, record, key)) return 0;
   // The events last, so that the host hears of no change that is then undone.
   if (!UpdateSaleReceiptTag(RecptTagFile, record)) return 0;
-  vOptionDB(record, EVENTDB_UPDATE);
+  if (!OptionDBChecked(record, EVENTDB_UPDATE)) return 0;
   return static_cast<unsigned char>(batch.Commit());
 }
 
@@ -436,8 +439,7 @@ unsigned char OptimizedDeleteJournal(JrnlDBFilesType files, JournalRecord* recor
       shadow = RemoveShadow(files, record);
       if (shadow == ShadowResult::kFailed) return 0;
     }
-    vOptionDB(record, EVENTDB_DELETE);
-    if (!batch.Commit()) return 0;
+    if (!OptionDBChecked(record, EVENTDB_DELETE) || !batch.Commit()) return 0;
   }
   if (shadow == ShadowResult::kMissing) Message(MB_ICONEXCLAMATION, ShadowMissingMessage(record));
   return 1;
@@ -542,7 +544,9 @@ int DoCashBasisStuff(JournalRecord* receipt, int16_t journal, JrnlDBFilesType fi
       target.Amount = Round(running * factor - given_out);
       given_out += target.Amount;
     }
-    receipt->LineCount = std::max<int16_t>(receipt->LineCount, static_cast<int16_t>(*line));
+    // A copy: the packed field cannot bind to std::max's reference.
+    const int16_t line_count = receipt->LineCount;
+    receipt->LineCount = std::max<int16_t>(line_count, static_cast<int16_t>(*line));
     if (i == count) break;
     if (*line >= capacity) {
       finish(false);

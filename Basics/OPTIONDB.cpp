@@ -7,6 +7,7 @@
 // the queue and go out once the step's batch has been kept; a step abandoned after a failed
 // write drops the notices it queued.
 #include "OPTIONDB.h"
+#include "OPTIONDB_internal.h"
 
 #include <cstring>
 #include <memory>
@@ -154,14 +155,15 @@ class StepBatch {
 
 // The end of a step: the handle's lock released, the step's writes kept or abandoned, and
 // the notices of what was kept sent.
-void EndStep(StepBatch& batch, bool ok) {
+bool EndStep(StepBatch& batch, bool ok) {
   UnlockOneRecord(g_event_file);
   if (ok) {
-    batch.Keep();
+    ok = batch.Keep();
   } else {
     batch.Abandon();
   }
   g_notices.Flush();
+  return ok;
 }
 
 bool OpenEventLog(BtrvFile** file) {
@@ -336,27 +338,31 @@ int BuildEvents(const JournalRecord* trx, EVENT_LOG_RECORD out[2]) {
 }
 
 // --- The steps -----------------------------------------------------------------------------
-void AddStep(JournalRecord* trx) {
+// Each step answers false when it had to give up on a write or a read for change; an event
+// log that cannot be opened leaves nothing to do and is no failure.
+bool AddStep(JournalRecord* trx) {
   EVENT_LOG_RECORD events[2];
   const int n = BuildEvents(trx, events);
-  if (n == 0) return;
+  if (n == 0) return true;
   BtrvFile* file = StepFile();
+  if (file == nullptr) return true;
   StepBatch batch(file);
-  if (!batch.open()) return;
+  if (!batch.open()) return false;
   bool ok = true;
   for (int i = 0; i < n && ok; ++i) {
     EVENT_DB db = {file, &events[i], EVENTDB_ADD, 0, 0, EVENT_RECUR_MONTHLY, 0, 1};
     ok = fHandleEventDB(&db) != 0;
     if (ok && g_add_notice != 0) g_notices.Push(kEventAddedNotice, events[i]);
   }
-  EndStep(batch, ok);
+  return EndStep(batch, ok);
 }
 
 // Deletes the transaction's events of type (all of them for type 0, else the first one).
-void RemovalStep(JournalRecord* trx, int16_t type) {
+bool RemovalStep(JournalRecord* trx, int16_t type) {
   BtrvFile* file = StepFile();
+  if (file == nullptr) return true;
   StepBatch batch(file);
-  if (!batch.open()) return;
+  if (!batch.open()) return false;
   const JournalKey1Type key = EventKey(trx);
   EVENT_LOG_RECORD event;
   auto find_first = [&] {
@@ -385,7 +391,7 @@ void RemovalStep(JournalRecord* trx, int16_t type) {
   if (ok && status != kStatusOk && status != kStatusKeyNotFound && status != kStatusEndOfFile) {
     ok = false;  // a read failed (another user holds an event): nothing is removed
   }
-  EndStep(batch, ok);
+  return EndStep(batch, ok);
 }
 
 // Brings one stored event of trx up to date; answers false when the step must end at once.
@@ -444,7 +450,7 @@ bool RefreshEvent(const JournalRecord* trx, EVENT_LOG_RECORD* event) {
   return true;
 }
 
-void RefreshStep(JournalRecord* trx) {
+bool RefreshStep(JournalRecord* trx) {
   switch (trx->Key1.JournalType) {
     case CRJ:
     case CDJ:
@@ -455,17 +461,18 @@ void RefreshStep(JournalRecord* trx) {
       break;
     case SJ:
       if (Area130(trx).Subtype == 0 || Area130(trx).Subtype == 2) break;
-      return;
+      return true;
     default:
-      return;
+      return true;
   }
   BtrvFile* file = StepFile();
+  if (file == nullptr) return true;
   bool seen[kEventTypes] = {};
   int found = 0;
   bool ok = true;
   {
     StepBatch batch(file);
-    if (!batch.open()) return;
+    if (!batch.open()) return false;
     const JournalKey1Type key = EventKey(trx);
     EVENT_LOG_RECORD event;
     std::memset(&event, 0, sizeof event);
@@ -480,8 +487,7 @@ void RefreshStep(JournalRecord* trx) {
       if (!RefreshEvent(trx, &event)) {
         // Ends here and now: what was written so far stays, the lock stays until the next
         // step, and the queued notices go out with the next step's.
-        batch.Keep();
-        return;
+        return batch.Keep();
       }
       if (std::memcmp(&event, &kept, sizeof event) == 0 || trx->LedgerFlag == 0) continue;
       if (UpdateFile(file, kRecordLength, &event, kKeyJournal) == 0) {
@@ -494,36 +500,51 @@ void RefreshStep(JournalRecord* trx) {
     if (ok && status != kStatusOk && status != kStatusKeyNotFound && status != kStatusEndOfFile) {
       ok = false;  // a read failed (another user holds an event): the step changes nothing
     }
-    EndStep(batch, ok);
+    ok = EndStep(batch, ok);
   }
-  if (!ok) return;
+  if (!ok) return false;
   if (trx->LedgerFlag == 0) {
     // A transaction no longer posted loses its events.
-    for (int16_t type = 1; type < kEventTypes; ++type) {
-      if (seen[type]) RemovalStep(trx, type);
+    for (int16_t type = 1; type < kEventTypes && ok; ++type) {
+      if (seen[type]) ok = RemovalStep(trx, type);
     }
-  } else if (found == 0) {
-    AddStep(trx);  // events switched on since the transaction was saved
+    return ok;
   }
+  if (found == 0) return AddStep(trx);  // events switched on since the transaction was saved
+  return true;
+}
+}  // namespace
+
+namespace {
+bool RunSteps(JournalRecord* trx, EVENTDB_ACTION action) {
+  if (trx == nullptr) return true;
+  switch (action) {
+    case EVENTDB_ADD:
+      return AddStep(trx);
+    case EVENTDB_UPDATE:
+      return RefreshStep(trx);
+    case EVENTDB_DELETE:
+      return RemovalStep(trx, 0);
+  }
+  return true;
+}
+
+void CallHook(JournalRecord* trx, EVENTDB_ACTION action) {
+  if (pfnCall_Extern_vJrnlAlarms != nullptr) pfnCall_Extern_vJrnlAlarms(trx, action);
 }
 }  // namespace
 
 void vOptionDB(JournalRecord* trx, EVENTDB_ACTION action) {
   if (g_alarms_off != 0) return;
-  if (trx != nullptr) {
-    switch (action) {
-      case EVENTDB_ADD:
-        AddStep(trx);
-        break;
-      case EVENTDB_UPDATE:
-        RefreshStep(trx);
-        break;
-      case EVENTDB_DELETE:
-        RemovalStep(trx, 0);
-        break;
-    }
-  }
-  if (pfnCall_Extern_vJrnlAlarms != nullptr) pfnCall_Extern_vJrnlAlarms(trx, action);
+  RunSteps(trx, action);
+  CallHook(trx, action);  // whatever the steps did, and for any action
+}
+
+bool OptionDBChecked(JournalRecord* trx, EVENTDB_ACTION action) {
+  if (g_alarms_off != 0) return true;
+  if (!RunSteps(trx, action)) return false;  // the poster abandons: the host hears nothing
+  CallHook(trx, action);
+  return true;
 }
 
 void vTurnOnEventsAlarms() { g_alarms_off = 0; }

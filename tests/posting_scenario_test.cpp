@@ -170,12 +170,12 @@ TEST_F(PostingScenarioTest, EveryFailedStoreWriteLeavesTheCompanyAsItWas) {
 
   // Fails the nth store write of op for n = 1, 2, ... until op gets through untouched: each
   // failed attempt answers 0 and leaves every file exactly as it was.
-  auto every_failure = [&](const std::string& what, bool undo, const std::function<int()>& op) {
+  auto every_failure = [&](const std::string& what, const std::function<int()>& op) {
     const CompanyImage before = ReadCompany();
     for (int n = 1;; ++n) {
       SCOPED_TRACE(what + ": store write " + std::to_string(n) + " fails");
       ASSERT_LT(n, 400);
-      plan->Arm(n, kStatusIoError, false, undo);
+      plan->Arm(n, kStatusIoError, false, false);
       const int result = op();
       const bool failed = plan->failures > 0;
       plan->Disarm();
@@ -189,10 +189,8 @@ TEST_F(PostingScenarioTest, EveryFailedStoreWriteLeavesTheCompanyAsItWas) {
   };
   // An invoice with a receipt tag, a receipt from a vendor with audit entries; then the
   // receipt's insert, the invoice's update (tag and events refreshed) and the receipt's delete
-  // (shadow, audit entries, events) under faults. With the events on, a failed write undoes
-  // the store's open transaction (as the store does on an I/O error or a full disk), since
-  // the event actions answer nothing and so cannot hand a failure of their own on; with the
-  // events off, writes fail alone and posting itself must undo what it wrote.
+  // (shadow, audit entries, events) under faults. Writes fail alone (the store's transaction
+  // stays open), so posting itself must undo what it wrote, the events' writes included.
   for (const bool events : {true, false}) {
     if (events) {
       EventsOn();
@@ -208,7 +206,7 @@ TEST_F(PostingScenarioTest, EveryFailedStoreWriteLeavesTheCompanyAsItWas) {
     RealCloseFile(&tags, __FILE__, __LINE__);
 
     uint32_t receipt_post_order = 0;
-    every_failure(phase + "insert", events, [&] {
+    every_failure(phase + "insert", [&] {
       Record receipt = Receipt(1, 1, events ? "FR2" : "FR1", 25, kVendor);
       const int ok = InsertJournal(files_, receipt.get());
       receipt_post_order = receipt->PostOrder;
@@ -223,7 +221,7 @@ TEST_F(PostingScenarioTest, EveryFailedStoreWriteLeavesTheCompanyAsItWas) {
     }
     RealCloseFile(&audit, __FILE__, __LINE__);
 
-    every_failure(phase + "update", events, [&] {
+    every_failure(phase + "update", [&] {
       Record current = Load(invoice->PostOrder);
       if (current == nullptr) return 0;
       current->Key2.Date = Day(11);
@@ -236,7 +234,7 @@ TEST_F(PostingScenarioTest, EveryFailedStoreWriteLeavesTheCompanyAsItWas) {
     ASSERT_EQ(GetTagRecForSaleKey(RecptTagFile, &tag, invoice->Key1, kTagFirst), 1);
     EXPECT_EQ(tag.SalePostOrder, invoice->PostOrder);
 
-    every_failure(phase + "delete", events, [&] {
+    every_failure(phase + "delete", [&] {
       Record current = Load(receipt_post_order);
       return current ? DeleteJournal(files_, current.get(), 0) : 0;
     });
