@@ -318,6 +318,81 @@ int CheckForDuplicateInvoice(JournalRecord* record, int insert_mode, char* out, 
   return 1;
 }
 
+unsigned char DuplicateReference(int16_t journal, unsigned char flag, int32_t card,
+                                 JournalRecord* record, const char* reference,
+                                 int32_t second_card) {
+  if (reference == nullptr || reference[0] == '\0') return 0;
+  int16_t partner;
+  switch (journal) {
+    case CRJ:
+      partner = SJ;
+      break;
+    case CDJ:
+      partner = PJ;
+      break;
+    case SJ:
+      partner = CRJ;
+      break;
+    case PJ:
+      partner = CDJ;
+      break;
+    case PRJ:
+    case POJ:
+    case SOJ:
+      partner = journal;
+      break;
+    default:
+      return 0;
+  }
+  if (IsSalesOrPurchase(journal) && record != nullptr && record->J.Sales.Area130.Journal12) {
+    return 0;
+  }
+  JrnlRowHdrClass nav(static_cast<int16_t>(kOpenModeReadOnly));
+  if (!nav.IsOKtoUse()) return 0;
+  sstrcpy(nav.Hdr.Reference, reference, sizeof nav.Hdr.Reference);
+  for (int ok = nav.GetHdrEqual(2, kLockBiasNone);
+       ok && SameReference(nav.Hdr.Reference, reference); ok = nav.GetHdrNext(2, kLockBiasNone)) {
+    const TrxView other = ViewOf(nav.Hdr);
+    const JrnlHdrType& hdr = nav.Hdr;
+    if (record != nullptr) {
+      JournalKey1Type own = record->Key1;
+      // An order keeps its number when it moves to another period.
+      if (IsOrder(journal)) own.Period = hdr.Key1.Period;
+      if (std::memcmp(&own, &hdr.Key1, sizeof own) == 0) continue;
+    }
+    // A sale (or a receipt settling invoices) meets a payment that names its customer, a
+    // purchase (or a payment settling invoices) a receipt that names its vendor.
+    const bool customer_side = journal == SJ || (journal == CRJ && flag);
+    const bool vendor_side = journal == PJ || (journal == CDJ && flag);
+    if (other.second_card_flag && other.second_card == card &&
+        ((customer_side && other.journal == CDJ) || (vendor_side && other.journal == CRJ))) {
+      return 1;
+    }
+    if (other.journal != journal && other.journal != partner) continue;
+    if (hdr.Key1.Shadow == 1) continue;
+    if (other.journal != journal && hdr.SecondFlag == 0 && !flag) continue;
+    switch (journal) {
+      case CRJ:
+      case SJ:
+      case PJ:
+      case POJ:
+        if (hdr.Key2.Card == card) return 1;
+        break;
+      case CDJ:
+      case PRJ:
+        // A cheque number is unique per cash account.
+        if (hdr.HdrAccount == card) return 1;
+        if (flag && hdr.SecondFlag != 0 && hdr.Key2.Card == second_card) return 1;
+        break;
+      case SOJ:
+        return 1;
+      default:
+        break;
+    }
+  }
+  return 0;
+}
+
 int DupRefForPayCustOrRecVend(BtrvFile* hdr_file, int16_t journal, int exclude_self,
                               JournalKey1Type* own_key, const char* card_id,
                               const char* reference) {
@@ -373,6 +448,25 @@ int MakeShadowKey(JrnlHdrType& hdr, JournalKey1Type* out) {
   }
   out->Shadow = second_card ? 2 : 1;
   return 1;
+}
+
+int CheckForDuplicateReceipt(int32_t cash_account, FixedString<21> receipt, JournalRecord* record,
+                             bool count_itself) {
+  if (receipt.IsEmpty()) return 0;
+  JrnlRowHdrClass nav(static_cast<int16_t>(kOpenModeReadOnly));
+  if (!nav.IsOKtoUse()) return 0;
+  char* number = reinterpret_cast<char*>(&nav.Hdr) + kHdrReceiptNumberOffset;
+  sstrcpy(number, receipt, kHdrReceiptNumberLength);
+  for (int ok = nav.GetHdrEqual(14, kLockBiasNone); ok && CompareStr(number, receipt, 20) == 0;
+       ok = nav.GetHdrNext(14, kLockBiasNone)) {
+    // The walk ends at the transaction itself: numbers entered after it are not its concern.
+    if (!count_itself && record != nullptr && record->PostOrder != 0 &&
+        nav.Hdr.PostOrder == record->PostOrder) {
+      return 0;
+    }
+    if (nav.Hdr.HdrAccount == cash_account) return 1;
+  }
+  return 0;
 }
 
 unsigned char FindInvoice(JrnlDBFilesType files, int16_t journal, JournalRecord* payment,

@@ -79,6 +79,8 @@ class JrnlRowHdrClass {
   // Navigates the caller's pair, which stays the caller's (never closed here). Usable at once,
   // even when the look-up pair cannot be opened (look-ups then answer 0).
   explicit JrnlRowHdrClass(const JrnlDBFilesType& files);
+  // Closes an owned primary pair, the look-up pair and a sort file left open (deleting it);
+  // frees the roll-up record. A borrowed pair stays open.
   ~JrnlRowHdrClass();
   JrnlRowHdrClass(const JrnlRowHdrClass&) = delete;
   JrnlRowHdrClass& operator=(const JrnlRowHdrClass&) = delete;
@@ -86,8 +88,10 @@ class JrnlRowHdrClass {
   int IsOKtoUse() const { return usable_; }
   void ClearHeader();
   void ClearRow();
-  // Closes the primary pair and reopens it in normal mode, owned or borrowed; answers the
-  // open's result (0 leaves the primary pair closed: null handles).
+  // Closes the primary pair and reopens it in normal mode, owned or borrowed (a borrowed
+  // pair's handles are then closed: the caller must not use its copies again); the new pair
+  // is the navigator's and closes with it. Answers the open's result (0 leaves the primary
+  // pair closed: null handles).
   int CloseAndReopenFiles();
 
   // Row reads on the primary row file into Row, lock option 0. On success the row's amount is
@@ -125,7 +129,7 @@ class JrnlRowHdrClass {
   bool IsJobBegBal();
   bool IsJrnlHdrBankRecBegBal();
 
-  // Record counts of the primary header and row files (0 when a file is closed).
+  // Record counts of the primary header and row files (0 when a file is closed or unreadable).
   int32_t GetNumRecords();
   int32_t GetNumRows();
 

