@@ -110,8 +110,9 @@ void JrnlRowHdrClass::CompleteRow() {
   int32_t link1 = 0, link2 = 0;
   switch (Row.Kind) {
     case kRowDistribution:
+      // The row's fields are unaligned: the queries write into locals.
       if (journal == ASBYJ) {
-        GetAssemblyCost(post, index, &Row.Amount);
+        if (GetAssemblyCost(post, index, &first)) Row.Amount = first;
       } else if (journal == INAJ) {
         Row.Amount = GetInvAdjCost(post, index);
       }
@@ -125,9 +126,8 @@ void JrnlRowHdrClass::CompleteRow() {
         Row.Amount = first_side ? cost : -cost;
       } else if (journal == CDJ || journal == PJ) {
         // A purchase return: the row is then the return's adjustment, an inventory journal row.
-        double* amount = &Row.Amount;
-        if (GetPurchaseRetAdj(post, index, first_side ? amount : &first,
-                              first_side ? &second : amount, &link1, &link2)) {
+        if (GetPurchaseRetAdj(post, index, &first, &second, &link1, &link2)) {
+          Row.Amount = first_side ? first : second;
           Row.JournalType = INAJ;
         }
       }
