@@ -608,7 +608,7 @@ void BM_NavigateRecordManager(benchmark::State& state) {
 int main(int argc, char** argv) {
   InitializeBenchmarks(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  g_book = std::filesystem::absolute(argv[0]).string() + "-book";
+  g_book = std::filesystem::absolute(argv[0]).lexically_normal().string() + "-book";
   StartRun("posting_bench", CloseLibraryHandles);
   g_ours = g_run.root + "/books";
   g_direct = g_run.root + "/direct";
