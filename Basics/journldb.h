@@ -138,6 +138,84 @@ class JrnlRowHdrClass {
   // "JOB,PHASE,COST" of row; empty when the row has no job or the job is not found.
   void SetJobPhaseCostRow(FixedString<63>& text, const JrnlRowType* row);
 
+  // --- Sorted walks ------------------------------------------------------------------------
+  // The general-ledger sort: every ledger row dated in range, one entry per account and
+  // transaction, in the order account ID, date, post order, kept in a temporary keyed file
+  // (so its size is bounded by disk, not memory). With filter not 0 only rows of journal
+  // `first` or `second` are taken. Purchase-return rows of disbursements and purchases are
+  // taken only when their return adjustment exists (never in a cash-basis company). Answers
+  // 0 when a sort is already open on this navigator or the file cannot be named, created or
+  // opened (nothing then stays open); otherwise 1, also when no row qualifies.
+  int StartGetSortedTrx(FromTo range, JournalTypes first, JournalTypes second, int filter);
+  // The first (next) entry of the sort: its row, completed, in Row, and its whole
+  // transaction loaded into record (caller's). Answers 0 when no sort is open, the entries
+  // are exhausted or record is null (record then left as it was). A below-zero row (kinds
+  // 7, 8) has no stored transaction: it answers 1 with Hdr and record holding the made-up
+  // header (journal 9, reference "SysCost", no lines), so walks go on past it. An entry
+  // whose transaction has been deleted since the sort is passed over. account receives the
+  // row's account record number (left as it was on 0).
+  int GetFirstSortedTrx(JournalRecord* record);
+  int GetNextSortedTrx(int32_t& account, JournalRecord* record);
+  // Closes and deletes the sort file of this navigator; does nothing when no sort was
+  // started (in particular it never deletes a file it did not make).
+  void EndGetSortedTrx();
+
+  // The job sort: every row of `job` dated up to range's end (its start is not used: the
+  // job's history counts), orders and the second sales journal left out, in the order job,
+  // account, phase, cost code (account_first not 0) or job, phase, cost code, account, then
+  // date, post order, line number. The rows are held in memory in one array shared by every
+  // navigator; a new start refills it. Always 1.
+  int StartGetSortedTrxJob(FromTo range, int account_first, int32_t job);
+  // The first element of the array in Row (right after a start), or after a walk has moved
+  // Row, the first element whose job is not below Row's job; 0 when none. Next: the next
+  // element in Row; 0 at the end (Row then unchanged).
+  int GetFirstSortedTrxJob();
+  int GetNextSortedTrxJob();
+  // Empties the array and releases its memory.
+  void EndGetSortedTrxJob();
+
+  // Walks of one account's rows in key-2 order (account, date, post order) over range. Each
+  // answers 1 with the row in Row and its header in Hdr, or 0 when the account's rows in the
+  // range are exhausted (Row and Hdr then hold whatever the walk last read). First positions
+  // from range's start; Next continues from Row.
+  // Ledger: rows whose header and row ledger flags are both set.
+  int GetFirstSortedTrxForLedger(FromTo range, int32_t account);
+  int GetNextSortedTrxForLedger(FromTo range, int32_t account);
+  // Reconciliation: ledger rows not cleared before the range (rows without a date are
+  // never range-tested), orders and the second sales journal left out.
+  int GetFirstSortedTrxForAcctRec(FromTo range, int32_t account);
+  int GetNextSortedTrxForAcctRec(FromTo range, int32_t account);
+  // Register: ledger rows with a non-zero amount.
+  int GetFirstSortedTrxForAcctRegister(FromTo range, int32_t account);
+  int GetNextSortedTrxForAcctRegister(FromTo range, int32_t account);
+
+  // --- Roll-up transactions of purged costs -------------------------------------------------
+  // Fills the roll-up record (allocated on first use) with a new roll-up header: cash
+  // receipts for kind 'R', disbursements for 'P' (any other kind leaves journal, qualifier
+  // and account 0), dated `date`, described "Purged Transactions Cost Sum", its reference
+  // the one after `previous` ("PrgCstSum" + the six characters after the prefix + the next
+  // four-digit number; just the prefix and 0001 when previous is not a roll-up reference),
+  // its account the kind's default cash account, a new transaction number. key2 is not read.
+  // Nothing happens when the record cannot be allocated.
+  void CreateNewRollupTransactionHdr(DatesType date, char kind, JournalKey2Type key2,
+                                     FixedString<21> previous);
+  // Finds the roll-up transaction that purged's costs add into: a stored (or, when pending
+  // is not null, the caller's unsaved) roll-up of the same date, kind ('R' receipts, any
+  // other disbursements) and cash account (cash_account, or the kind's default cash account
+  // when 0), never purged itself. The match is loaded (copied) into the roll-up record and
+  // true answered with *found 1 (stored; the caller updates it) or 2 (pending); otherwise a
+  // new header is made there, numbered after every roll-up reference of that date, with
+  // *found 0 (the caller inserts it) and false answered. *lines receives the roll-up's
+  // distribution line count (where the next cost line goes). Outputs may be null. When the
+  // roll-up record cannot be allocated: false, *found 0, *lines 0.
+  bool FindMatchingRollupReceiptForDate(const JournalRecord* const purged, char kind,
+                                        int cash_account, DatesType date,
+                                        const JournalRecord* const pending, int* found,
+                                        int* lines);
+  // The roll-up record: null until a roll-up operation allocated it; the navigator's
+  // (freed with it). The caller may fill its lines and post it.
+  JournalRecord* GetRollupRecord() { return rollup_; }
+
   // The buffers: set key fields in them before a keyed read; read results land in them.
   JrnlRowType Row;
   JrnlHdrType Hdr;
@@ -172,6 +250,18 @@ void GenerateUniqueGLBucketID(CString& out, GUID& guid, int number, bool flag);
 
 // Closes the module's own header and row handles, each only when open.
 void CloseInternalJrnlFiles();
+
+// Keeps (insert not 0) or removes (insert 0) the pair of below-zero rows of item on day:
+// rows of journal 9 belonging to no header (post order -2, line 0xFFFE), the kind-7 row on
+// first_account and the kind-8 row on second_account; their amounts are left 0 (the
+// navigator fills them from the item's daily tag). A kept pair is made exact: a row on
+// another account is deleted and a missing row inserted, so calling twice leaves one pair.
+// All in one batch on the module's own row handle (read/write, opened on first use); does
+// nothing when that handle cannot be opened. Write results are not reported.
+void InsertBelowZeroRecordToJrnlRowFile(int32_t item, DatesType day, int32_t first_account,
+                                        int32_t second_account, int insert);
+// Closes that row handle when open.
+void CloseInternalBelowZeroRowFile();
 
 // Create an empty header (row) file under the company's standard name; 0 after message
 // 2400 when it cannot be made. CreateJournal makes the row file only when the header file
