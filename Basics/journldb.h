@@ -210,8 +210,7 @@ class JrnlRowHdrClass {
   // roll-up record cannot be allocated: false, *found 0, *lines 0.
   bool FindMatchingRollupReceiptForDate(const JournalRecord* const purged, char kind,
                                         int cash_account, DatesType date,
-                                        const JournalRecord* const pending, int* found,
-                                        int* lines);
+                                        const JournalRecord* const pending, int* found, int* lines);
   // The roll-up record: null until a roll-up operation allocated it; the navigator's
   // (freed with it). The caller may fill its lines and post it.
   JournalRecord* GetRollupRecord() { return rollup_; }
@@ -222,6 +221,11 @@ class JrnlRowHdrClass {
 
  private:
   void CompleteRow();
+  // The sorted walks' common steps (journldb_sorted.cpp).
+  int SortedTrx(bool first, JournalRecord* record);
+  int LedgerWalk(FromTo range, int32_t account, int ok);
+  int AcctRecWalk(FromTo range, int32_t account, int ok);
+  int AcctRegisterWalk(FromTo range, int32_t account, int ok);
 
   JournalRecord* rollup_ = nullptr;  // built by the roll-up operations; freed with the object
   int usable_ = 0;
