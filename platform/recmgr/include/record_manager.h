@@ -211,6 +211,14 @@ uint16_t ZORDeleteFile(const char* name);
 // change (nanoseconds since the epoch) when changed_ns is not null.
 bool ZORDataFileExists(const char* name, int64_t* changed_ns);
 
+// Checks every page and index of the store of directory (the store's own integrity check)
+// through a read-only connection of its own, which sees what is committed and waits for
+// no writer. Answers 0 with *problems empty when the store is sound; 2 with up to
+// max_problems descriptions in *problems (the caller's) when it is damaged or cannot be
+// read; 12 when the directory holds no store.
+uint16_t CheckStoreIntegrity(const char* directory, int max_problems,
+                             std::vector<std::string>* problems);
+
 // Diagnostics: every handle still open, with where it was opened.
 struct OpenHandleInfo {
   std::string fileName;
