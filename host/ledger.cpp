@@ -3,8 +3,10 @@
 #include <cstdio>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "Basics.h"
+#include "chart_nets.h"
 
 namespace host {
 namespace {
@@ -74,29 +76,109 @@ const char* EventTypeName(int16_t type) {
   return type >= 1 && type <= 13 ? kNames[type] : "other";
 }
 
+// The trial balance's title and, for a period, its dates (into *range); false with out
+// failed for a period that does not exist.
+bool TrialBalanceTitle(TrialBalanceRange* range, std::string* title, Outcome& out) {
+  *title = "Trial balance";
+  if (range->period != 0) {
+    const unsigned short internal =
+        InternalPeriod(static_cast<unsigned short>(range->period), Current.PeriodsPerYear);
+    range->from = GetPeriodFrom(internal);
+    range->to = GetPeriodTo(internal);
+    if (UserPeriod(internal, Current.PeriodsPerYear) == 0 || !IsSet(range->from)) {
+      out.Fail("there is no period " + std::to_string(range->period), kNoStatus);
+      return false;
+    }
+    range->has_from = range->has_to = true;
+    *title += ", period " + std::to_string(range->period);
+  }
+  if (range->has_from || range->has_to) {
+    *title += " (" + (range->has_from ? DateText(range->from) : std::string("start")) + " to " +
+              (range->has_to ? DateText(range->to) : std::string("end")) + ")";
+  }
+  return true;
+}
+
+// Adds the total line and the footer that says whether debits equal credits.
+void FinishTrialBalance(Listing& l, double debits, double credits, const std::string& rows) {
+  if (rows.empty()) {
+    l.Add({"Total", "", Money(debits), Money(credits)});
+  } else {
+    l.Add({"Total", "", rows, Money(debits), Money(credits)});
+  }
+  const double difference = Round(debits - credits);
+  l.SetFooter(IsZero(difference) ? "Debits equal credits."
+                                 : "Out of balance by " + Money(difference) + ".");
+}
+
 }  // namespace
 
 void SetTrialBalanceRange(const TrialBalanceRange& range) { g_range = range; }
 
 void TrialBalanceView(std::vector<Listing>* listings, Outcome& out) {
   TrialBalanceRange range = g_range;
-  std::string title = "Trial balance";
-  if (range.period != 0) {
-    const unsigned short internal =
-        InternalPeriod(static_cast<unsigned short>(range.period), Current.PeriodsPerYear);
-    range.from = GetPeriodFrom(internal);
-    range.to = GetPeriodTo(internal);
-    if (UserPeriod(internal, Current.PeriodsPerYear) == 0 || !IsSet(range.from)) {
-      out.Fail("there is no period " + std::to_string(range.period), kNoStatus);
-      return;
+  std::string title;
+  if (!TrialBalanceTitle(&range, &title, out)) return;
+  // The period slots the range covers: every one whose dates lie inside it. Each end
+  // given must be a period's own first (last) day, or the chart cannot answer.
+  std::vector<int> slots;
+  bool from_found = !range.has_from, to_found = !range.has_to;
+  for (unsigned short p = 0; p < kChartPeriods; ++p) {
+    const DatesType first = GetPeriodFrom(p), last = GetPeriodTo(p);
+    if (!IsSet(first)) continue;
+    if (range.has_from && CompareDates(first, range.from) == 0) from_found = true;
+    if (range.has_to && CompareDates(last, range.to) == 0) to_found = true;
+    if (range.has_from && CompareDates(first, range.from) < 0) continue;
+    if (range.has_to && CompareDates(last, range.to) > 0) continue;
+    slots.push_back(p);
+  }
+  if (!from_found || !to_found) {
+    out.Fail(std::string("the chart keeps its amounts by period: --") +
+                 (from_found ? "to" : "from") + " must be the " + (from_found ? "last" : "first") +
+                 " day of a period (--from-rows takes any dates)",
+             kNoStatus);
+    return;
+  }
+  Listing l(title, {{"Account"}, {"Description"}, {"Debit", true}, {"Credit", true}});
+  double debits = 0, credits = 0;
+  BtrvFile* chart = nullptr;
+  if (OpenChartFile(&chart, kOpenModeReadOnly) == 0) {
+    out.Fail("the chart of accounts cannot be opened", GetErrorCode(nullptr));
+    return;
+  }
+  AccountType a{};
+  for (uint8_t ok = GetFileLowest(chart, kLockBiasNone, sizeof a, &a, kChartKeyID); ok;
+       ok = GetFileNext(chart, kLockBiasNone, sizeof a, &a, kChartKeyID)) {
+    double net = 0;
+    bool moved = false;
+    for (int p : slots) {
+      net += a.Periods[p].Net;
+      moved = moved || !IsZero(a.Periods[p].First) || !IsZero(a.Periods[p].Second);
     }
-    range.has_from = range.has_to = true;
-    title += ", period " + std::to_string(range.period);
+    if (!moved) continue;
+    FixedString<161> description{};
+    SetAcntDesc(a.RecordNumber, description);
+    const double balance = Round(net);
+    if (balance > 0) debits += balance;
+    if (balance < 0) credits -= balance;
+    l.Add({a.ID.c_str(), description.c_str(), balance > 0 ? Money(balance) : "",
+           balance < 0 ? Money(-balance) : ""});
   }
-  if (range.has_from || range.has_to) {
-    title += " (" + (range.has_from ? DateText(range.from) : std::string("start")) + " to " +
-             (range.has_to ? DateText(range.to) : std::string("end")) + ")";
+  const uint16_t status = GetErrorCode(chart);
+  RealCloseFile(&chart, kHost, __LINE__);
+  if (status != kStatusEndOfFile) {
+    out.Fail("the chart of accounts cannot be read", status);
+    return;
   }
+  FinishTrialBalance(l, debits, credits, "");
+  listings->push_back(std::move(l));
+}
+
+void TrialBalanceFromRowsView(std::vector<Listing>* listings, Outcome& out) {
+  TrialBalanceRange range = g_range;
+  std::string title;
+  if (!TrialBalanceTitle(&range, &title, out)) return;
+  title += ", from the rows";
   JrnlRowHdrClass navigator(static_cast<int16_t>(kOpenModeReadOnly));
   if (!navigator.IsOKtoUse()) {
     out.Fail("the journal files cannot be opened", GetErrorCode(nullptr));
@@ -130,10 +212,7 @@ void TrialBalanceView(std::vector<Listing>* listings, Outcome& out) {
     l.Add({id, description.c_str(), std::to_string(total.rows), balance > 0 ? Money(balance) : "",
            balance < 0 ? Money(-balance) : ""});
   }
-  l.Add({"Total", "", std::to_string(count), Money(debits), Money(credits)});
-  const double difference = Round(debits - credits);
-  l.SetFooter(IsZero(difference) ? "Debits equal credits."
-                                 : "Out of balance by " + Money(difference) + ".");
+  FinishTrialBalance(l, debits, credits, std::to_string(count));
   listings->push_back(std::move(l));
 }
 

@@ -12,8 +12,8 @@
 
 namespace host {
 
-// Which rows the trial balance counts: those of the user's period `period` (1 to twice
-// the periods per year; 0 for none), or dated from and to (both included), or every row.
+// What the trial balance covers: the user's period `period` (1 to twice the periods per
+// year; 0 for none), or the dates from and to (both included), or everything.
 struct TrialBalanceRange {
   int period = 0;
   bool has_from = false;
@@ -22,12 +22,16 @@ struct TrialBalanceRange {
   DatesType to{};
 };
 void SetTrialBalanceRange(const TrialBalanceRange& range);
-// The balance of every account over the posted rows in the range, walked by account (row
-// key 2) with their amounts as the library completes them, and the total line. A row
-// counts when its transaction is posted and the row itself posts to the ledger (order
-// rows, shadows and a cash-basis company's sales and purchases do not). A period that
-// does not exist fails out.
+// The balance of every account with amounts in the range, from the chart's period amounts
+// (the net of each period the range covers), and the total line. The chart keeps amounts
+// by period, so dates must begin and end periods; other dates, or a period that does not
+// exist, fail out.
 void TrialBalanceView(std::vector<Listing>* listings, Outcome& out);
+// The same balance from the posted rows in the range, walked by account (row key 2) with
+// their amounts as the library completes them, with the rows counted. A row counts when
+// its transaction is posted and the row itself posts to the ledger (order rows, shadows and
+// a cash-basis company's sales and purchases do not).
+void TrialBalanceFromRowsView(std::vector<Listing>* listings, Outcome& out);
 // Sales and purchase invoices in date order with their amounts, what was paid, the due
 // date and the paid-in-full date (shadows left out).
 void InvoicesView(std::vector<Listing>* listings, Outcome& out);

@@ -2,6 +2,8 @@
 // answers about them. kUsage lists the commands. Every command either prints its whole
 // output and exits 0, or prints one line naming the directory, what failed and the record
 // manager's status on standard error and exits 1; usage errors exit 2.
+#include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -11,12 +13,15 @@
 #include <vector>
 
 #include "Basics.h"
+#include "aging.h"
 #include "company.h"
+#include "generate.h"
 #include "ledger.h"
 #include "outcome.h"
 #include "post.h"
 #include "report.h"
 #include "sample_books.h"
+#include "verify.h"
 
 #ifndef BASICS_VERSION
 #define BASICS_VERSION "unknown"
@@ -31,6 +36,8 @@ constexpr const char* kUsage =
     "  new DIR       create an empty company\n"
     "  demo DIR      create a sample company (and a cash-basis one in DIR/cash-basis),\n"
     "                post a quarter of business and show it\n"
+    "  generate DIR --transactions N [--seed S]\n"
+    "                create a company and post N generated transactions into it\n"
     "  cards DIR     customers, vendors, employees and their lookups\n"
     "  accounts DIR  chart of accounts and special accounts\n"
     "  periods DIR   period calendar and date ranges\n"
@@ -40,13 +47,18 @@ constexpr const char* kUsage =
     "  jobs DIR      projects with their estimates, phases and cost codes\n"
     "  post DIR FILE post the transactions of a JSON file (docs/posting-format.md);\n"
     "                exit status 1 when any was refused\n"
-    "  trial-balance DIR  balance of every account over the posted rows;\n"
-    "                --period N (the user's period) or --from and --to choose them\n"
+    "  trial-balance DIR  balance of every account from the chart's period amounts;\n"
+    "                --period N (the user's period) or --from and --to (the first and\n"
+    "                last days of periods) choose them; --from-rows adds up the posted\n"
+    "                rows instead, for any dates\n"
     "  invoices DIR  sales and purchase invoices with what was paid and when\n"
+    "  aging DIR     open receivables and payables by days past due\n"
     "  events DIR    the event log\n"
+    "  verify DIR    check that the books hold together; prints ok, or each problem\n"
+    "                and exit status 1\n"
     "  check DIR     exit 0 when DIR holds a company that opens, else 1\n"
     "The listings (cards, accounts, periods, journal, items, jobs, post, trial-balance,\n"
-    "invoices, events) print as a table, CSV or JSON (--format).\n"
+    "invoices, aging, events, generate) print as a table, CSV or JSON (--format).\n"
     "A company that cannot be read is reported on one line with the record manager's\n"
     "status, and the exit status is 1.\n";
 
@@ -128,6 +140,161 @@ void Demo(const std::string& dir, host::Outcome& out) {
   WithCompany(cash_dir, host::InvoicesView, host::Format::kTable, out);
 }
 
+// What a command takes after its directory.
+enum Takes : unsigned {
+  kFormat = 1u << 0,         // --format
+  kJournalOption = 1u << 1,  // --journal
+  kDates = 1u << 2,          // --from, --to
+  kPeriod = 1u << 3,         // --period
+  kFromRows = 1u << 4,       // --from-rows
+  kSize = 1u << 5,           // --transactions, --seed
+};
+
+struct Command {
+  const char* name;
+  host::View view;       // a listing view of an open company, or null
+  const char* argument;  // the word a second argument names in messages, or null
+  unsigned takes;
+};
+
+const Command kCommands[] = {
+    {"new", nullptr, nullptr, 0},
+    {"demo", nullptr, nullptr, 0},
+    {"check", nullptr, nullptr, 0},
+    {"cards", host::CardsView, nullptr, kFormat},
+    {"accounts", host::AccountsView, nullptr, kFormat},
+    {"periods", host::PeriodsView, nullptr, kFormat},
+    {"journal", host::JournalView, nullptr, kFormat | kJournalOption | kDates},
+    {"items", host::ItemsView, nullptr, kFormat},
+    {"jobs", host::JobsView, nullptr, kFormat},
+    {"trial-balance", host::TrialBalanceView, nullptr, kFormat | kDates | kPeriod | kFromRows},
+    {"invoices", host::InvoicesView, nullptr, kFormat},
+    {"events", host::EventsView, nullptr, kFormat},
+    {"aging", host::AgingView, nullptr, kFormat},
+    {"post", nullptr, "file", kFormat},
+    {"generate", nullptr, nullptr, kFormat | kSize},
+    {"verify", nullptr, nullptr, 0},
+};
+
+// The options given after the directory (and the command's second argument).
+struct CommandOptions {
+  host::Format format = host::Format::kTable;
+  int journal = -1;
+  int period = 0;
+  bool has_from = false, has_to = false;
+  DatesType from{}, to{};
+  bool from_rows = false;
+  int64_t transactions = -1;
+  uint64_t seed = 1;
+};
+
+bool ParseNumber(const char* text, long long low, long long high, long long* number) {
+  if (text == nullptr) return false;
+  char* end = nullptr;
+  errno = 0;
+  *number = std::strtoll(text, &end, 10);
+  return end != text && *end == '\0' && errno == 0 && *number >= low && *number <= high;
+}
+
+// Reads the options argv[first..] of command into *options; answers 0, or 2 after the
+// usage message.
+int ParseOptions(const Command& command, int first, int argc, char** argv,
+                 CommandOptions* options) {
+  for (int i = first; i < argc; ++i) {
+    const std::string option = argv[i];
+    const char* value = i + 1 < argc ? argv[i + 1] : nullptr;
+    unsigned needs = 0;
+    if (option == "--format") needs = kFormat;
+    if (option == "--journal") needs = kJournalOption;
+    if (option == "--from" || option == "--to") needs = kDates;
+    if (option == "--period") needs = kPeriod;
+    if (option == "--from-rows") needs = kFromRows;
+    if (option == "--transactions" || option == "--seed") needs = kSize;
+    if ((command.takes & needs) == 0) {
+      std::fprintf(stderr, "basics: %s takes no option '%s'\n", command.name, option.c_str());
+      return UsageError();
+    }
+    long long number = 0;
+    if (option == "--from-rows") {
+      options->from_rows = true;
+      continue;
+    }
+    ++i;  // every other option takes a value
+    if (option == "--format") {
+      if (value == nullptr || !host::ParseFormat(value, &options->format)) {
+        std::fprintf(stderr, "basics: --format wants table, csv or json\n");
+        return UsageError();
+      }
+    } else if (option == "--journal") {
+      if (!ParseNumber(value, 0, 12, &number)) {
+        std::fprintf(stderr, "basics: --journal wants a journal number from 0 to 12\n");
+        return UsageError();
+      }
+      options->journal = static_cast<int>(number);
+    } else if (option == "--period") {
+      if (!ParseNumber(value, 1, 26, &number)) {
+        std::fprintf(stderr, "basics: --period wants a period number from 1 to 26\n");
+        return UsageError();
+      }
+      options->period = static_cast<int>(number);
+    } else if (option == "--transactions") {
+      if (!ParseNumber(value, 0, 100000000, &number)) {
+        std::fprintf(stderr, "basics: --transactions wants a number from 0 to 100000000\n");
+        return UsageError();
+      }
+      options->transactions = number;
+    } else if (option == "--seed") {
+      if (!ParseNumber(value, 0, INT64_MAX, &number)) {
+        std::fprintf(stderr, "basics: --seed wants a number from 0 up\n");
+        return UsageError();
+      }
+      options->seed = static_cast<uint64_t>(number);
+    } else {
+      const bool from = option == "--from";
+      if (value == nullptr || !ParseDate(value, from ? options->from : options->to)) {
+        std::fprintf(stderr, "basics: %s wants a date as YYYY-MM-DD\n", option.c_str());
+        return UsageError();
+      }
+      (from ? options->has_from : options->has_to) = true;
+    }
+  }
+  if (options->period != 0 && (options->has_from || options->has_to)) {
+    std::fprintf(stderr, "basics: --period and --from/--to exclude each other\n");
+    return UsageError();
+  }
+  if ((command.takes & kSize) != 0 && options->transactions < 0) {
+    std::fprintf(stderr, "basics: %s wants --transactions N\n", command.name);
+    return UsageError();
+  }
+  return 0;
+}
+
+// The absolute, normal form of a path named on the command line; empty after a message
+// when it cannot be made.
+std::string AbsolutePath(const char* name) {
+  std::error_code ec;
+  std::filesystem::path path = std::filesystem::absolute(name, ec);
+  if (ec) {
+    std::fprintf(stderr, "basics: %s: %s\n", name, ec.message().c_str());
+    return "";
+  }
+  path = path.lexically_normal();
+  if (!path.has_filename()) path = path.parent_path();  // "co/" names co
+  return path.string();
+}
+
+// Lists what verify found, one problem a line, or "ok"; answers the number of problems.
+int Verify(const std::string& dir, host::Outcome& out) {
+  std::vector<std::string> problems;
+  if (!host::OpenCompany(dir, out)) return 0;
+  host::VerifyBook(dir, &problems, out);
+  host::CloseCompany(out);
+  if (out.failed()) return 0;
+  if (problems.empty()) out.Printf("ok\n");
+  for (const std::string& problem : problems) out.Printf("%s\n", problem.c_str());
+  return static_cast<int>(problems.size());
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -151,120 +318,77 @@ int main(int argc, char** argv) {
     return 0;
   }
   if (arg >= argc) return UsageError();
-  const std::string command = argv[arg];
-  host::View view = nullptr;
-  if (command == "cards") view = host::CardsView;
-  if (command == "accounts") view = host::AccountsView;
-  if (command == "periods") view = host::PeriodsView;
-  if (command == "journal") view = host::JournalView;
-  if (command == "items") view = host::ItemsView;
-  if (command == "jobs") view = host::JobsView;
-  if (command == "trial-balance") view = host::TrialBalanceView;
-  if (command == "invoices") view = host::InvoicesView;
-  if (command == "events") view = host::EventsView;
-  const bool post = command == "post";
-  if (view == nullptr && !post && command != "new" && command != "demo" && command != "check") {
-    std::fprintf(stderr, "basics: unknown %s '%s'\n", command[0] == '-' ? "option" : "command",
-                 command.c_str());
+  const std::string name = argv[arg];
+  const Command* command = nullptr;
+  for (const Command& c : kCommands) {
+    if (name == c.name) command = &c;
+  }
+  if (command == nullptr) {
+    std::fprintf(stderr, "basics: unknown %s '%s'\n", name[0] == '-' ? "option" : "command",
+                 name.c_str());
     return UsageError();
   }
   if (arg + 1 >= argc || argv[arg + 1][0] == '-') {
-    std::fprintf(stderr, "basics: %s wants one directory\n", command.c_str());
+    std::fprintf(stderr, "basics: %s wants one directory\n", command->name);
     return UsageError();
   }
   int first_option = arg + 2;
-  std::string post_file;
-  if (post) {
+  std::string second;
+  if (command->argument != nullptr) {
     if (arg + 2 >= argc || argv[arg + 2][0] == '-') {
-      std::fprintf(stderr, "basics: post wants a directory and a file\n");
+      std::fprintf(stderr, "basics: %s wants a directory and a %s\n", command->name,
+                   command->argument);
       return UsageError();
     }
-    post_file = argv[arg + 2];
+    second = argv[arg + 2];
     first_option = arg + 3;
   }
-  // Options after the directory: the listing commands take --format, the journal and the
-  // trial balance their filters.
-  host::Format format = host::Format::kTable;
+  CommandOptions options;
+  if (const int status = ParseOptions(*command, first_option, argc, argv, &options)) return status;
   host::JournalFilter filter;
-  host::TrialBalanceRange range;
-  for (int i = first_option; i < argc; i += 2) {
-    const std::string option = argv[i];
-    const bool date_option = option == "--from" || option == "--to";
-    const bool journal_option = command == "journal" && (option == "--journal" || date_option);
-    const bool balance_option = command == "trial-balance" && (option == "--period" || date_option);
-    if ((view == nullptr && !post) ||
-        (option != "--format" && !journal_option && !balance_option)) {
-      std::fprintf(stderr, "basics: %s takes no option '%s'\n", command.c_str(), option.c_str());
-      return UsageError();
-    }
-    const char* value = i + 1 < argc ? argv[i + 1] : nullptr;
-    if (option == "--format") {
-      if (value == nullptr || !host::ParseFormat(value, &format)) {
-        std::fprintf(stderr, "basics: --format wants table, csv or json\n");
-        return UsageError();
-      }
-    } else if (option == "--journal" || option == "--period") {
-      char* end = nullptr;
-      const long number = value != nullptr ? std::strtol(value, &end, 10) : -1;
-      if (option == "--journal" &&
-          (value == nullptr || *end != '\0' || number < 0 || number > 12)) {
-        std::fprintf(stderr, "basics: --journal wants a journal number from 0 to 12\n");
-        return UsageError();
-      }
-      if (option == "--period" && (value == nullptr || *end != '\0' || number < 1 || number > 26)) {
-        std::fprintf(stderr, "basics: --period wants a period number from 1 to 26\n");
-        return UsageError();
-      }
-      (option == "--journal" ? filter.journal : range.period) = static_cast<int>(number);
-    } else {
-      const bool from = option == "--from";
-      DatesType& date =
-          command == "journal" ? (from ? filter.from : filter.to) : (from ? range.from : range.to);
-      if (value == nullptr || !ParseDate(value, date)) {
-        std::fprintf(stderr, "basics: %s wants a date as YYYY-MM-DD\n", option.c_str());
-        return UsageError();
-      }
-      if (command == "journal") {
-        (from ? filter.has_from : filter.has_to) = true;
-      } else {
-        (from ? range.has_from : range.has_to) = true;
-      }
-    }
-  }
-  if (range.period != 0 && (range.has_from || range.has_to)) {
-    std::fprintf(stderr, "basics: --period and --from/--to exclude each other\n");
-    return UsageError();
-  }
+  filter.journal = options.journal;
+  filter.has_from = options.has_from;
+  filter.from = options.from;
+  filter.has_to = options.has_to;
+  filter.to = options.to;
   host::SetJournalFilter(filter);
+  host::TrialBalanceRange range;
+  range.period = options.period;
+  range.has_from = options.has_from;
+  range.from = options.from;
+  range.has_to = options.has_to;
+  range.to = options.to;
   host::SetTrialBalanceRange(range);
-  std::error_code ec;
+  host::View view = command->view;
+  if (options.from_rows) view = host::TrialBalanceFromRowsView;
+
   // Every command works on the absolute path: opening a company changes the directory.
-  std::filesystem::path path = std::filesystem::absolute(argv[arg + 1], ec);
-  if (ec) {
-    std::fprintf(stderr, "basics: %s: %s\n", argv[arg + 1], ec.message().c_str());
-    return 1;
-  }
-  path = path.lexically_normal();
-  if (!path.has_filename()) path = path.parent_path();  // "co/" names co
-  const std::string dir = path.string();
-  const std::string post_path =
-      post ? std::filesystem::absolute(post_file, ec).lexically_normal().string() : "";
+  const std::string dir = AbsolutePath(argv[arg + 1]);
+  if (dir.empty()) return 1;
+  const std::string post_path = name == "post" ? AbsolutePath(second.c_str()) : "";
+  if (name == "post" && post_path.empty()) return 1;
 
   host::Outcome out;
   SetMessageHandler([&out](const HostMessage& message) { return AnswerQuietly(out, message); });
   int refused = 0;
   if (view != nullptr) {
-    WithCompany(dir, view, format, out);
-  } else if (post) {
+    WithCompany(dir, view, options.format, out);
+  } else if (name == "post") {
     if (host::OpenCompany(dir, out)) {
       std::vector<host::Listing> listings;
-      host::PostFile(post_path, post_file, &listings, &refused, out);
+      host::PostFile(post_path, second, &listings, &refused, out);
       host::CloseCompany(out);
-      if (!out.failed()) host::Render(listings, format, out);
+      if (!out.failed()) host::Render(listings, options.format, out);
     }
-  } else if (command == "new") {
+  } else if (name == "generate") {
+    std::vector<host::Listing> listings;
+    host::GenerateBook(dir, {options.transactions, options.seed}, &listings, out);
+    if (!out.failed()) host::Render(listings, options.format, out);
+  } else if (name == "verify") {
+    refused = Verify(dir, out);
+  } else if (name == "new") {
     if (host::CreateCompany(dir, out)) out.Printf("Empty company created in %s\n", dir.c_str());
-  } else if (command == "demo") {
+  } else if (name == "demo") {
     Demo(dir, out);
   } else if (host::OpenCompany(dir, out)) {  // check
     host::CloseCompany(out);

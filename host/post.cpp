@@ -1,7 +1,5 @@
 #include "post.h"
 
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -13,14 +11,12 @@
 
 #include "Basics.h"
 #include "posting.h"
+#include "progress.h"
 
 namespace host {
 namespace {
 
 using Json = nlohmann::json;
-
-// A file this long shows a progress bar while it is posted (on a terminal only).
-constexpr size_t kProgressFrom = 200;
 
 struct JournalName {
   const char* name;
@@ -183,31 +179,6 @@ bool ReadTransaction(const Json& object, TrxSpec* t, Refusal* refusal) {
   return r.ok();
 }
 
-// A bar on standard error, redrawn when the share done moves by a percent.
-class Progress {
- public:
-  explicit Progress(size_t total)
-      : total_(total), shown_(total >= kProgressFrom && ::isatty(STDERR_FILENO) == 1) {}
-  ~Progress() {
-    if (shown_) std::fprintf(stderr, "\r%60s\r", "");
-  }
-  void Step(size_t done) {
-    if (!shown_) return;
-    const int percent = static_cast<int>(done * 100 / total_);
-    if (percent == last_) return;
-    last_ = percent;
-    const int filled = percent * 30 / 100;
-    std::fprintf(stderr, "\rposting [%.*s%*s] %3d%% (%zu/%zu)", filled,
-                 "##############################", 30 - filled, "", percent, done, total_);
-    std::fflush(stderr);
-  }
-
- private:
-  size_t total_;
-  bool shown_;
-  int last_ = -1;
-};
-
 std::string Money(double amount) {
   char text[32];
   std::snprintf(text, sizeof text, "%.2f", Round(amount));
@@ -251,7 +222,7 @@ void PostFile(const std::string& path, const std::string& file, std::vector<List
   if (!poster.Open(out)) return;
   Listing posted("Posted transactions",
                  {{"No.", true}, {"Key"}, {"Journal"}, {"Date"}, {"Reference"}, {"Amount", true}});
-  Progress progress(document.size());
+  Progress progress("posting", document.size());
   for (size_t i = 0; i < document.size(); ++i) {
     progress.Step(i);
     TrxSpec t;

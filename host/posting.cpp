@@ -1,5 +1,7 @@
 #include "posting.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -95,6 +97,8 @@ DatesType ThirtyDaysAfter(DatesType date) {
 }  // namespace
 
 Poster::~Poster() {
+  rows_.reset();  // it borrows files_
+  RealCloseFile(&chart_, kHost, __LINE__);
   DeAllocateJournalRecord(&record_);
   DeAllocateJournalRecord(&invoice_);
   DeAllocateJournalRecord(&old_invoice_);
@@ -118,6 +122,11 @@ bool Poster::Open(Outcome& out) {
     out.Fail("the receipt tag file cannot be opened", GetErrorCode(nullptr));
     return false;
   }
+  if (OpenChartFile(&chart_, kOpenModeNormal) == 0) {
+    out.Fail("the chart of accounts cannot be opened", GetErrorCode(nullptr));
+    return false;
+  }
+  rows_ = std::make_unique<JrnlRowHdrClass>(files_);
   if (AllocateJournalRecord(&record_) == 0 || AllocateJournalRecord(&invoice_) == 0 ||
       AllocateJournalRecord(&old_invoice_) == 0) {
     out.Fail("no memory for a transaction", kNoStatus);
@@ -495,6 +504,24 @@ bool Poster::Post(const TrxSpec& t, PostedTrx* posted, Refusal* refusal, Outcome
 bool Poster::Write(const TrxSpec& t, Refusal* refusal, Outcome& out) {
   JournalRecord& r = *record_;
   const int16_t j = r.Key1.JournalType;
+  // Every post order number from here on is this posting's: the transaction and its
+  // shadow. Read inside the batch, where no other writer can take one.
+  const uint32_t first_new = static_cast<uint32_t>(NextPostOrderNumber());
+  if (first_new == 0) {
+    out.Fail("the journal header file cannot be read", GetErrorCode(files_.HdrFile));
+    return false;
+  }
+  // What the ledger changes by: the new transactions' rows, and the settled invoices' rows
+  // as they are after the settlement against how they were before it (the same, unless
+  // the rewrite of an invoice changed what its rows post).
+  PeriodNets delta;
+  std::vector<uint32_t> invoices;
+  for (const Settlement& s : settlements_) invoices.push_back(s.invoice);
+  std::sort(invoices.begin(), invoices.end());
+  invoices.erase(std::unique(invoices.begin(), invoices.end()), invoices.end());
+  for (uint32_t invoice : invoices) {
+    if (!ReadLedger(invoice, invoice, -1, &delta, out)) return false;
+  }
   if (MyCompany.CashBasis != 0 && (j == CRJ || j == CDJ) && !settlements_.empty()) {
     // Cash-basis books: each line that pays an invoice is spread over the invoice's lines,
     // so the receipt or payment carries the income or expense itself.
@@ -528,7 +555,35 @@ bool Poster::Write(const TrxSpec& t, Refusal* refusal, Outcome& out) {
     *refusal = Refusal{"", "the library did not post it (status " + std::to_string(status) + ")"};
     return false;
   }
-  return SettleInvoices(out) && WriteTags(t, out);
+  if (!SettleInvoices(out) || !WriteTags(t, out)) return false;
+  for (uint32_t invoice : invoices) {
+    if (!ReadLedger(invoice, invoice, 1, &delta, out)) return false;
+  }
+  return ReadLedger(first_new, UINT32_MAX, 1, &delta, out) && UpdateChart(delta, refusal, out);
+}
+
+// Adds, times sign, the ledger rows of post orders first to last to *nets; on a failed
+// read records it in out and answers false.
+bool Poster::ReadLedger(uint32_t first, uint32_t last, double sign, PeriodNets* nets,
+                        Outcome& out) {
+  const uint16_t status = AddLedgerRows(*rows_, files_, first, last, sign, nets);
+  if (status == 0) return true;
+  out.Fail("the posted rows cannot be read back", status);
+  return false;
+}
+
+// Moves the chart's period amounts by delta; an account the chart lacks refuses the
+// transaction, any other failure fails out.
+bool Poster::UpdateChart(const PeriodNets& delta, Refusal* refusal, Outcome& out) {
+  std::string what;
+  uint16_t status = 0;
+  if (ApplyToChart(chart_, delta, &what, &status)) return true;
+  if (status == kStatusKeyNotFound) {
+    *refusal = Refusal{"", what};
+  } else {
+    out.Fail(what, status);
+  }
+  return false;
 }
 
 // Adds what the lines paid to each invoice they settle; the library then works out the

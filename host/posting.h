@@ -2,15 +2,19 @@
 // (accounts, cards, items, jobs) is looked up, checked, built into a journal record and
 // posted through the library, together with what the host adds around a posting: the
 // invoices a receipt or payment settles, the cash-basis spread of such lines, and the
-// inventory tags of the costs it is given (the host is the costing engine). Used by the
-// `post` command and by the demo. Works on the open company; single-threaded.
+// inventory tags of the costs it is given (the host is the costing engine), and the chart's
+// period amounts, which change in the same batch as the rows (chart_nets.h). Used by the
+// `post` and `generate` commands and by the demo. Works on the open company;
+// single-threaded.
 #ifndef BASICS_HOST_POSTING_H_
 #define BASICS_HOST_POSTING_H_
 
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "Basics.h"
+#include "chart_nets.h"
 #include "outcome.h"
 
 namespace host {
@@ -71,19 +75,22 @@ class Poster {
   Poster(const Poster&) = delete;
   Poster& operator=(const Poster&) = delete;
 
-  // Opens the journal pair, the tag files and the receipt-tag file; on failure records the
-  // reason in out and answers false.
+  // Opens the journal pair, the tag files, the receipt-tag file and the chart; on failure
+  // records the reason in out and answers false.
   bool Open(Outcome& out);
 
-  // Looks up, checks and posts t: all of it or nothing. Answers true with *posted filled;
-  // false with *refusal saying why (nothing written), or false with out failed when the
-  // company's files could not be written (nothing of t written either).
+  // Looks up, checks and posts t: all of it or nothing, the chart's period amounts
+  // included. Answers true with *posted filled; false with *refusal saying why (nothing
+  // written), or false with out failed when the company's files could not be written
+  // (nothing of t written either). Inside a caller's batch, t's writes join it.
   bool Post(const TrxSpec& t, PostedTrx* posted, Refusal* refusal, Outcome& out);
 
  private:
   bool Build(const TrxSpec& t, Refusal* refusal);
   bool Write(const TrxSpec& t, Refusal* refusal, Outcome& out);
   bool SettleInvoices(Outcome& out);
+  bool ReadLedger(uint32_t first, uint32_t last, double sign, PeriodNets* nets, Outcome& out);
+  bool UpdateChart(const PeriodNets& delta, Refusal* refusal, Outcome& out);
   bool WriteTags(const TrxSpec& t, Outcome& out);
   bool Tag(int32_t item, int16_t index, int8_t type, double cost, Outcome& out);
 
@@ -91,6 +98,9 @@ class Poster {
   BtrvFile* tags_ = nullptr;
   BtrvFile* costs_ = nullptr;
   BtrvFile* receipt_tags_ = nullptr;
+  BtrvFile* chart_ = nullptr;
+  // Reads back what a posting wrote, through files_.
+  std::unique_ptr<JrnlRowHdrClass> rows_;
   JournalRecord* record_ = nullptr;
   JournalRecord* invoice_ = nullptr;
   JournalRecord* old_invoice_ = nullptr;
