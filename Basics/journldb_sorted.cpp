@@ -125,28 +125,55 @@ int JrnlRowHdrClass::StartGetSortedTrx(FromTo range, JournalTypes first, Journal
 
   AccountIDs ids;
   const bool cash_basis = MyCompany.CashBasis != 0;
+  // The walk reads rows bare and completes only those it considers: the rows passed over
+  // (outside the range, or the rest of a transaction already taken) need no cost query.
+  BtrvFile* const rows = primary_.RowFile;
+  auto read_ge = [&] { return GetFileGE(rows, kLockBiasNone, sizeof Row, &Row, kAccountDateKey); };
+  auto read_greater = [&] {
+    return GetFileGreater(rows, kLockBiasNone, sizeof Row, &Row, kAccountDateKey);
+  };
+  auto read_next = [&] {
+    return GetFileNext(rows, kLockBiasNone, sizeof Row, &Row, kAccountDateKey);
+  };
+  // The key (account, date, post order) of the row taken last, while the rows after it that
+  // share it are to be passed over.
+  bool passing = false;
+  int32_t taken_account = 0;
+  DatesType taken_date = {};
+  uint32_t taken_post = 0;
+
   ClearRow();
   Row.Date = range.from;
-  int ok = GetRowGE(kAccountDateKey);
+  uint8_t ok = read_ge();
   while (ok) {
     const int where = DateInRange(range, Row.Date);
     if (where < 0) {
       // This account's first row in the range.
       Row.Date = range.from;
       Row.PostOrder = 0;
-      ok = GetRowGreater(kAccountDateKey);
+      ok = read_greater();
       continue;
     }
     if (where > 0) {
       // The next account.
       SetLastDate(Row.Date);
       Row.PostOrder = 0;
-      ok = GetRowGreater(kAccountDateKey);
+      ok = read_greater();
       continue;
     }
+    // Further rows of the same account, date and transaction as the row taken last are
+    // passed over: each transaction is listed once per account and date, and the caller
+    // reads it whole.
+    if (passing && Row.Account == taken_account && Row.PostOrder == taken_post &&
+        std::memcmp(&Row.Date, &taken_date, sizeof taken_date) == 0) {
+      ok = read_next();
+      continue;
+    }
+    passing = false;
+    CompleteRow();
     const int32_t journal = Row.JournalType;
     if (filter != 0 && journal != first && journal != second) {
-      ok = GetRowNext(kAccountDateKey);
+      ok = read_next();
       continue;
     }
     if ((journal == CDJ || journal == PJ) &&
@@ -157,7 +184,7 @@ int JrnlRowHdrClass::StartGetSortedTrx(FromTo range, JournalTypes first, Journal
       int32_t link1 = 0, link2 = 0;
       if (cash_basis || !GetPurchaseRetAdj(Row.PostOrder, static_cast<int16_t>(Row.LineNumber),
                                            &adjust_first, &adjust_second, &link1, &link2)) {
-        ok = GetRowNext(kAccountDateKey);
+        ok = read_next();
         continue;
       }
       Row.Amount = Row.Kind == kRowCounter1 ? adjust_first : adjust_second;
@@ -165,10 +192,14 @@ int JrnlRowHdrClass::StartGetSortedTrx(FromTo range, JournalTypes first, Journal
     ids.Fill(Row.Account, g_sort_record.AccountID);
     g_sort_record.Row = Row;
     InsertRecordByKey(sort_file_, sizeof g_sort_record, &g_sort_record, kNoKeyCurrency);
-    // Further rows of the same account, date and transaction are passed over: the caller
-    // reads the whole transaction. Below-zero rows share one post order over all items, so
-    // each of them is an entry of its own.
-    ok = BelowZeroRow(Row) ? GetRowNext(kAccountDateKey) : GetRowGreater(kAccountDateKey);
+    // Below-zero rows share one post order over all items: each is an entry of its own.
+    if (!BelowZeroRow(Row)) {
+      passing = true;
+      taken_account = Row.Account;
+      taken_date = Row.Date;
+      taken_post = Row.PostOrder;
+    }
+    ok = read_next();
   }
 
   if (batch && !bEndBatchUpdate(sort_file_)) {
