@@ -260,8 +260,9 @@ void CloseInternalJrnlFiles();
 // first_account and the kind-8 row on second_account; their amounts are left 0 (the
 // navigator fills them from the item's daily tag). A kept pair is made exact: a row on
 // another account is deleted and a missing row inserted, so calling twice leaves one pair.
-// All in one batch on the module's own row handle (read/write, opened on first use); does
-// nothing when that handle cannot be opened. Write results are not reported.
+// All in one batch on the module's own row handle (read/write, opened on first use),
+// abandoned when a write fails, so the rows are then as before the call; nothing is
+// reported. Does nothing when that handle cannot be opened.
 void InsertBelowZeroRecordToJrnlRowFile(int32_t item, DatesType day, int32_t first_account,
                                         int32_t second_account, int insert);
 // Closes that row handle when open.

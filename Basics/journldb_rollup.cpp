@@ -41,7 +41,7 @@ bool SameBelowZeroKey(const JrnlRowType& row, int32_t item, DatesType day) {
          row.PostOrder == kNoHeader && row.LineNumber == kBelowZeroLine;
 }
 
-void InsertBelowZeroRow(int32_t item, DatesType day, int32_t account, bool second) {
+bool InsertBelowZeroRow(int32_t item, DatesType day, int32_t account, bool second) {
   JrnlRowType row = BelowZeroKey(item, day);
   row.Account = account;
   row.JournalType = INAJ2;
@@ -50,7 +50,36 @@ void InsertBelowZeroRow(int32_t item, DatesType day, int32_t account, bool secon
   row.Kind = second ? kRowInventoryCost2 : kRowInventoryCost1;
   AssignGUID(row.Guid);
   std::memcpy(&row.DateCleared, &day, sizeof day);
-  InsertRecord(g_rows, sizeof row, &row);
+  return InsertRecord(g_rows, sizeof row, &row) != 0;
+}
+
+// Makes the pair of item on day exact (insert) or removes it; false at the first write that
+// fails (the caller abandons the batch).
+bool WriteBelowZeroPair(int32_t item, DatesType day, int32_t first_account, int32_t second_account,
+                        bool insert) {
+  JrnlRowType row = BelowZeroKey(item, day);
+  if (!insert) {
+    while (GetFileEqual(g_rows, kLockBiasNone, sizeof row, &row, kItemDateKey)) {
+      if (!DeleteRecord(g_rows, sizeof row, &row)) return false;
+      row = BelowZeroKey(item, day);
+    }
+    return true;
+  }
+  bool have_first = false, have_second = false;
+  for (uint8_t ok = GetFileEqual(g_rows, kLockBiasNone, sizeof row, &row, kItemDateKey);
+       ok && SameBelowZeroKey(row, item, day);
+       ok = GetFileNext(g_rows, kLockBiasNone, sizeof row, &row, kItemDateKey)) {
+    // Each side is kept once, on its own account; anything else is stale.
+    if (!have_first && row.Kind == kRowInventoryCost1 && row.Account == first_account) {
+      have_first = true;
+    } else if (!have_second && row.Kind == kRowInventoryCost2 && row.Account == second_account) {
+      have_second = true;
+    } else if (!DeleteRecord(g_rows, sizeof row, &row)) {
+      return false;
+    }
+  }
+  return (have_first || InsertBelowZeroRow(item, day, first_account, false)) &&
+         (have_second || InsertBelowZeroRow(item, day, second_account, true));
 }
 
 // The date part of a roll-up reference: month, day and two-digit year.
@@ -71,32 +100,14 @@ bool SameDate(const DatesType& a, const DatesType& b) { return CompareDates(a, b
 void InsertBelowZeroRecordToJrnlRowFile(int32_t item, DatesType day, int32_t first_account,
                                         int32_t second_account, int insert) {
   if (g_rows == nullptr && !OpenJrnlRowFile(&g_rows, kOpenModeNormal)) return;
-  // The check and the writes in one batch: the pair is never seen half made.
+  // The check and the writes in one batch, abandoned when a write fails: the pair is never
+  // seen half made, and a failed change leaves the pair as it was.
   if (!bBeginBatchUpdate(g_rows)) return;
-  JrnlRowType row = BelowZeroKey(item, day);
-  if (insert != 0) {
-    bool have_first = false, have_second = false;
-    for (uint8_t ok = GetFileEqual(g_rows, kLockBiasNone, sizeof row, &row, kItemDateKey);
-         ok && SameBelowZeroKey(row, item, day);
-         ok = GetFileNext(g_rows, kLockBiasNone, sizeof row, &row, kItemDateKey)) {
-      // Each side is kept once, on its own account; anything else is stale.
-      if (!have_first && row.Kind == kRowInventoryCost1 && row.Account == first_account) {
-        have_first = true;
-      } else if (!have_second && row.Kind == kRowInventoryCost2 && row.Account == second_account) {
-        have_second = true;
-      } else {
-        DeleteRecord(g_rows, sizeof row, &row);
-      }
-    }
-    if (!have_first) InsertBelowZeroRow(item, day, first_account, false);
-    if (!have_second) InsertBelowZeroRow(item, day, second_account, true);
+  if (WriteBelowZeroPair(item, day, first_account, second_account, insert != 0)) {
+    bEndBatchUpdate(g_rows);
   } else {
-    while (GetFileEqual(g_rows, kLockBiasNone, sizeof row, &row, kItemDateKey) &&
-           DeleteRecord(g_rows, sizeof row, &row)) {
-      row = BelowZeroKey(item, day);
-    }
+    bAbortBatchUpdate(g_rows);
   }
-  bEndBatchUpdate(g_rows);
 }
 
 void CloseInternalBelowZeroRowFile() { RealCloseFile(&g_rows, kUnit, __LINE__); }
