@@ -252,7 +252,8 @@ void GenerateUniqueGLRowID(CString& out, JrnlRowHdrClass& navigator);
 // "GUID-number-flag" with the flag written 0 or 1.
 void GenerateUniqueGLBucketID(CString& out, GUID& guid, int number, bool flag);
 
-// Closes the module's own header and row handles, each only when open.
+// Closes the module's own header and row handles (the below-zero writer's too), each only when
+// open.
 void CloseInternalJrnlFiles();
 
 // Keeps (insert not 0) or removes (insert 0) the pair of below-zero rows of item on day:

@@ -114,4 +114,5 @@ int IsThisRowPosted(const JrnlRowType* row) {
 void CloseInternalJrnlFiles() {
   CloseIfOpen(&g_hdr, kUnit, __LINE__);
   CloseIfOpen(&g_row, kUnit, __LINE__);
+  CloseInternalBelowZeroRowFile();
 }

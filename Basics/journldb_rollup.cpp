@@ -110,7 +110,7 @@ void InsertBelowZeroRecordToJrnlRowFile(int32_t item, DatesType day, int32_t fir
   }
 }
 
-void CloseInternalBelowZeroRowFile() { RealCloseFile(&g_rows, kUnit, __LINE__); }
+void CloseInternalBelowZeroRowFile() { CloseIfOpen(&g_rows, kUnit, __LINE__); }
 
 void JrnlRowHdrClass::CreateNewRollupTransactionHdr(DatesType date, char kind,
                                                     JournalKey2Type /*key2*/,
