@@ -349,6 +349,11 @@ bool Generator::Purchase(TrxSpec& t) {
   } else {
     const char* account = kExpenseAccounts[Uniform(0, 6)];
     LineSpec l = Line(account, Amount(40, 1500), "Services");
+    if (Chance(40)) {  // bought for a job: materials or a subcontractor
+      l.job = Numbered("JOB", Uniform(1, sizes_.jobs), 4);
+      l.phase = kPhases[Uniform(0, 2)];
+      l.cost_code = kCostCodes[Uniform(1, 2)];
+    }
     total += l.amount;
     t.lines.push_back(l);
   }

@@ -17,6 +17,33 @@ std::string CsvCell(const std::string& cell) {
   return quoted + "\"";
 }
 
+void RenderTable(const Listing& l, Outcome& out) {
+  const size_t n = l.columns().size();
+  std::vector<size_t> width(n, 0);
+  for (size_t c = 0; c < n; ++c) width[c] = l.columns()[c].name.size();
+  for (const auto& row : l.rows())
+    for (size_t c = 0; c < n; ++c) width[c] = std::max(width[c], row[c].size());
+  auto line = [&](const std::vector<std::string>& cells) {
+    std::string text = " ";
+    for (size_t c = 0; c < n; ++c) {
+      const std::string& cell = cells[c];
+      const std::string pad(width[c] - cell.size(), ' ');
+      text += " ";
+      text += l.columns()[c].number ? pad + cell : (c + 1 == n ? cell : cell + pad);
+    }
+    text.erase(text.find_last_not_of(' ') + 1);
+    out.Printf("%s\n", text.c_str());
+  };
+  out.Printf("%s\n", l.title().c_str());
+  std::vector<std::string> header;
+  for (const Column& column : l.columns()) header.push_back(column.name);
+  line(header);
+  for (const auto& row : l.rows()) line(row);
+  if (!l.footer().empty()) out.Printf("  %s\n", l.footer().c_str());
+}
+
+}  // namespace
+
 std::string CsvLine(const std::vector<std::string>& cells) {
   std::string line;
   for (size_t c = 0; c < cells.size(); ++c) {
@@ -64,33 +91,6 @@ std::string JsonValue(const std::string& cell, bool number) {
   }
   return JsonString(cell);
 }
-
-void RenderTable(const Listing& l, Outcome& out) {
-  const size_t n = l.columns().size();
-  std::vector<size_t> width(n, 0);
-  for (size_t c = 0; c < n; ++c) width[c] = l.columns()[c].name.size();
-  for (const auto& row : l.rows())
-    for (size_t c = 0; c < n; ++c) width[c] = std::max(width[c], row[c].size());
-  auto line = [&](const std::vector<std::string>& cells) {
-    std::string text = " ";
-    for (size_t c = 0; c < n; ++c) {
-      const std::string& cell = cells[c];
-      const std::string pad(width[c] - cell.size(), ' ');
-      text += " ";
-      text += l.columns()[c].number ? pad + cell : (c + 1 == n ? cell : cell + pad);
-    }
-    text.erase(text.find_last_not_of(' ') + 1);
-    out.Printf("%s\n", text.c_str());
-  };
-  out.Printf("%s\n", l.title().c_str());
-  std::vector<std::string> header;
-  for (const Column& column : l.columns()) header.push_back(column.name);
-  line(header);
-  for (const auto& row : l.rows()) line(row);
-  if (!l.footer().empty()) out.Printf("  %s\n", l.footer().c_str());
-}
-
-}  // namespace
 
 bool ParseFormat(const std::string& text, Format* format) {
   if (text == "table")

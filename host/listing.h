@@ -42,6 +42,12 @@ class Listing {
   std::string footer_;
 };
 
+// The pieces of the forms: a CSV line of cells (RFC 4180 quoting), a JSON string, and a
+// cell as a JSON value (a number cell bare when it reads back whole as a number).
+std::string CsvLine(const std::vector<std::string>& cells);
+std::string JsonString(const std::string& text);
+std::string JsonValue(const std::string& cell, bool number);
+
 // Appends listings to out in format. Text: each listing's title, its header and rows in
 // aligned columns, its footer, a blank line between listings. CSV: per listing a header
 // row and its rows (RFC 4180 quoting), a blank line between listings. JSON: one object

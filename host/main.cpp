@@ -17,6 +17,7 @@
 #include "company.h"
 #include "generate.h"
 #include "ledger.h"
+#include "ledger_reports.h"
 #include "outcome.h"
 #include "post.h"
 #include "report.h"
@@ -35,7 +36,7 @@ constexpr const char* kUsage =
     "commands:\n"
     "  new DIR       create an empty company\n"
     "  demo DIR      create a sample company (and a cash-basis one in DIR/cash-basis),\n"
-    "                post a quarter of business and show it\n"
+    "                post a quarter of business and show it, ending with its reports\n"
     "  generate DIR --transactions N [--seed S]\n"
     "                create a company and post N generated transactions into it\n"
     "  cards DIR     customers, vendors, employees and their lookups\n"
@@ -56,9 +57,17 @@ constexpr const char* kUsage =
     "  events DIR    the event log\n"
     "  verify DIR    check that the books hold together; prints ok, or each problem\n"
     "                and exit status 1\n"
+    "  gl DIR        the general ledger: each account's opening balance, transactions\n"
+    "                with the running balance, and closing balance\n"
+    "  register DIR ACCOUNT   the account's ledger rows with the running balance\n"
+    "  reconcile DIR ACCOUNT  the account's cleared and uncleared rows\n"
+    "  job DIR [JOB] the job ledger by phase and cost code, estimates against actuals\n"
     "  check DIR     exit 0 when DIR holds a company that opens, else 1\n"
+    "The reports (gl, register, reconcile, job) take --period N or --from and --to;\n"
+    "without them they cover every date.\n"
     "The listings (cards, accounts, periods, journal, items, jobs, post, trial-balance,\n"
-    "invoices, aging, events, generate) print as a table, CSV or JSON (--format).\n"
+    "invoices, aging, events, generate) and the reports print as a table, CSV or JSON\n"
+    "(--format).\n"
     "A company that cannot be read is reported on one line with the record manager's\n"
     "status, and the exit status is 1.\n";
 
@@ -89,6 +98,14 @@ void WithCompany(const std::string& dir, host::View view, host::Format format, h
   view(&listings, out);
   host::CloseCompany(out);
   if (!out.failed()) host::Render(listings, format, out);
+}
+
+// Adds report of the company in dir to out.
+void WithReport(const std::string& dir, void (*report)(const host::ReportRequest&, host::Outcome&),
+                const host::ReportRequest& request, host::Outcome& out) {
+  if (!host::OpenCompany(dir, out)) return;
+  report(request, out);
+  host::CloseCompany(out);
 }
 
 // Makes a company in dir with the sample's chart, cards, items and jobs and a quarter of
@@ -138,6 +155,17 @@ void Demo(const std::string& dir, host::Outcome& out) {
   TrialBalances(cash_dir, out);
   out.Printf("\n");
   WithCompany(cash_dir, host::InvoicesView, host::Format::kTable, out);
+  // The sample company's ledger reports.
+  out.Printf("\n== The reports of the sample company (%s)\n", dir.c_str());
+  host::ReportRequest request;
+  WithReport(dir, host::GeneralLedgerReport, request, out);
+  out.Printf("\n");
+  request.account = "1020";
+  WithReport(dir, host::RegisterReport, request, out);
+  out.Printf("\n");
+  WithReport(dir, host::JobReport, host::ReportRequest(), out);
+  out.Printf("\n");
+  WithCompany(dir, host::AgingView, host::Format::kTable, out);
 }
 
 // What a command takes after its directory.
@@ -150,11 +178,16 @@ enum Takes : unsigned {
   kSize = 1u << 5,           // --transactions, --seed
 };
 
+// A report written row by row as it walks the books (ledger_reports.h).
+using Report = void (*)(const host::ReportRequest& request, host::Outcome& out);
+
 struct Command {
   const char* name;
   host::View view;       // a listing view of an open company, or null
-  const char* argument;  // the word a second argument names in messages, or null
+  const char* argument;  // what a second argument names in messages ("a file"), or null
   unsigned takes;
+  Report report = nullptr;
+  bool argument_optional = false;
 };
 
 const Command kCommands[] = {
@@ -171,9 +204,13 @@ const Command kCommands[] = {
     {"invoices", host::InvoicesView, nullptr, kFormat},
     {"events", host::EventsView, nullptr, kFormat},
     {"aging", host::AgingView, nullptr, kFormat},
-    {"post", nullptr, "file", kFormat},
+    {"post", nullptr, "a file", kFormat},
     {"generate", nullptr, nullptr, kFormat | kSize},
     {"verify", nullptr, nullptr, 0},
+    {"gl", nullptr, nullptr, kFormat | kDates | kPeriod, host::GeneralLedgerReport},
+    {"register", nullptr, "an account", kFormat | kDates | kPeriod, host::RegisterReport},
+    {"reconcile", nullptr, "an account", kFormat | kDates | kPeriod, host::ReconcileReport},
+    {"job", nullptr, "a job", kFormat | kDates | kPeriod, host::JobReport, true},
 };
 
 // The options given after the directory (and the command's second argument).
@@ -334,9 +371,10 @@ int main(int argc, char** argv) {
   }
   int first_option = arg + 2;
   std::string second;
-  if (command->argument != nullptr) {
-    if (arg + 2 >= argc || argv[arg + 2][0] == '-') {
-      std::fprintf(stderr, "basics: %s wants a directory and a %s\n", command->name,
+  const bool second_given = arg + 2 < argc && argv[arg + 2][0] != '-';
+  if (command->argument != nullptr && (second_given || !command->argument_optional)) {
+    if (!second_given) {
+      std::fprintf(stderr, "basics: %s wants a directory and %s\n", command->name,
                    command->argument);
       return UsageError();
     }
@@ -361,6 +399,14 @@ int main(int argc, char** argv) {
   host::SetTrialBalanceRange(range);
   host::View view = command->view;
   if (options.from_rows) view = host::TrialBalanceFromRowsView;
+  host::ReportRequest request;
+  request.format = options.format;
+  request.period = options.period;
+  request.has_from = options.has_from;
+  request.from = options.from;
+  request.has_to = options.has_to;
+  request.to = options.to;
+  (name == "job" ? request.job : request.account) = second;
 
   // Every command works on the absolute path: opening a company changes the directory.
   const std::string dir = AbsolutePath(argv[arg + 1]);
@@ -373,6 +419,11 @@ int main(int argc, char** argv) {
   int refused = 0;
   if (view != nullptr) {
     WithCompany(dir, view, options.format, out);
+  } else if (command->report != nullptr) {
+    if (host::OpenCompany(dir, out)) {
+      command->report(request, out);
+      host::CloseCompany(out);
+    }
   } else if (name == "post") {
     if (host::OpenCompany(dir, out)) {
       std::vector<host::Listing> listings;

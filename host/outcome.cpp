@@ -5,10 +5,28 @@
 
 namespace host {
 
+Outcome::~Outcome() {
+  if (spool_ != nullptr) std::fclose(spool_);
+}
+
+bool Outcome::Spool() {
+  if (spool_ != nullptr || failed_) return spool_ != nullptr;
+  spool_ = std::tmpfile();
+  if (spool_ == nullptr) return false;
+  std::fwrite(text_.data(), 1, text_.size(), spool_);
+  std::string().swap(text_);
+  return true;
+}
+
 void Outcome::Printf(const char* format, ...) {
   if (failed_) return;
   va_list args;
   va_start(args, format);
+  if (spool_ != nullptr) {
+    std::vfprintf(spool_, format, args);
+    va_end(args);
+    return;
+  }
   va_list again;
   va_copy(again, args);
   int length = std::vsnprintf(nullptr, 0, format, args);
@@ -28,6 +46,10 @@ void Outcome::Fail(const std::string& what, int status) {
   what_ = what;
   status_ = status;
   text_.clear();
+  if (spool_ != nullptr) {
+    std::fclose(spool_);
+    spool_ = nullptr;
+  }
 }
 
 void Outcome::Note(const std::string& message) { notes_.push_back(message); }
@@ -41,8 +63,19 @@ int Outcome::Finish(const std::string& dir) const {
     }
     return 1;
   }
-  std::fwrite(text_.data(), 1, text_.size(), stdout);
-  if (std::fflush(stdout) != 0) {
+  bool written = true;
+  if (spool_ != nullptr) {
+    // A spool that could not be written in full (a full disk) fails like stdout would.
+    char buffer[1 << 16];
+    written = std::fflush(spool_) == 0 && std::ferror(spool_) == 0;
+    std::rewind(spool_);
+    for (size_t n; written && (n = std::fread(buffer, 1, sizeof buffer, spool_)) > 0;) {
+      written = std::fwrite(buffer, 1, n, stdout) == n;
+    }
+  } else {
+    std::fwrite(text_.data(), 1, text_.size(), stdout);
+  }
+  if (!written || std::fflush(stdout) != 0) {
     std::fprintf(stderr, "basics: %s: the output could not be written\n", dir.c_str());
     return 1;
   }

@@ -402,10 +402,13 @@ bool Books::Month(const DatesType& first, int month, Outcome& out) {
   if (!Post(build, out)) return false;
   Receive("KIT", 2, part.cost / 2);
 
-  // A general journal entry: office supplies used.
+  // A general journal entry: office supplies used, on the fit-out's drawings.
   TrxSpec supplies = start(GENJ, 25, "GJ-" + m, "Supplies used");
-  supplies.lines = {Line("6400", 75.25, "Office supplies used"),
-                    Line("1020", -75.25, "Office supplies used")};
+  LineSpec used = Line("6400", 75.25, "Office supplies used");
+  used.job = "FITOUT";
+  used.phase = "DESIGN";
+  used.cost_code = "MATERIAL";
+  supplies.lines = {used, Line("1020", -75.25, "Office supplies used")};
   return Post(supplies, out);
 }
 

@@ -10,6 +10,8 @@
 //   golden_tool drop-header DIR POST          deletes the header of transaction POST
 //   golden_tool renumber DIR POST NUMBER      gives transaction POST the number NUMBER
 //   golden_tool drop-account DIR ID           deletes account ID from the chart
+// and, as a bank reconciliation would:
+//   golden_tool clear DIR POST YYYY-MM-DD     marks every row of transaction POST cleared
 //
 // Exits 0 on success; otherwise prints the record manager's status and exits 1.
 #include <cstdio>
@@ -67,6 +69,9 @@ int Empty(const std::string& name, uint16_t length) {
   RealCloseFile(&file, kTool, __LINE__);
   return status == 0 ? 0 : Fail("empty", name, status);
 }
+
+// The date that the clear action gives the rows.
+DatesType g_cleared{};
 
 // Opens the data file named base in dir for writing into *file.
 bool Open(const std::string& dir, const char* base, BtrvFile** file) {
@@ -148,6 +153,12 @@ int Damage(const std::string& action, const std::string& dir, char** args, int c
     met = ChangeRows(dir, post, 1, [](JrnlRowType* row) {
       if (row->Kind == kRowDistribution) row->Amount = row->Amount + 1.0;
     });
+  }
+  if (action == "clear" && count == 2) {
+    int year = 0, month = 0, day = 0;
+    if (std::sscanf(args[1], "%d-%d-%d", &year, &month, &day) != 3) return 2;
+    MakeDate(month, day, year, g_cleared);
+    met = ChangeRows(dir, post, -1, [](JrnlRowType* row) { row->DateCleared = g_cleared; });
   }
   if (action == "drop-row" && count == 2) {
     met = ChangeRows(dir, post, static_cast<int>(std::strtol(args[1], nullptr, 10)), nullptr);
