@@ -8,6 +8,7 @@
 #include "CHART.h"
 #include "General.h"
 #include "OpenDat.h"
+#include "OpenDat_internal.h"
 #include "journldb.h"
 #include "utility.h"
 
