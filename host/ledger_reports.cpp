@@ -552,7 +552,8 @@ bool JobsOf(const ReportRequest& request, std::vector<std::pair<int32_t, std::st
   ProjectRecord p{};
   for (uint8_t ok = GetFileLowest(file, kLockBiasNone, sizeof p, &p, 0); ok;
        ok = GetFileNext(file, kLockBiasNone, sizeof p, &p, 0)) {
-    jobs->push_back({p.RecordNumber, p.ID.c_str()});
+    const int32_t record_number = p.RecordNumber;  // a copy: the field is packed
+    jobs->push_back({record_number, p.ID.c_str()});
   }
   const uint16_t status = GetErrorCode(file);
   RealCloseFile(&file, kHost, __LINE__);

@@ -158,7 +158,8 @@ bool Verifier::Transactions() {
                         " and by another transaction");
     }
     headers_.push_back(Header{r.PostOrder, key, r.LedgerFlag, 0});
-    numbers_.push_back({NumberingKey(key), r.PostOrder});
+    const uint32_t post_order = r.PostOrder;  // a copy: the packed field binds to no reference
+    numbers_.push_back({NumberingKey(key), post_order});
     // A shadow repeats one side of its source transaction; the source is the one to balance.
     if (key.Shadow == 0 && !fIsJrnlBalanced(record_)) {
       problems_.Add("transactions that do not balance", name + " does not balance");
@@ -278,9 +279,10 @@ bool Verifier::Chart() {
   static const PeriodNets::Periods kNothing{};
   for (uint8_t ok = GetFileLowest(chart, kLockBiasNone, sizeof a, &a, kChartKeyID); ok;
        ok = GetFileNext(chart, kLockBiasNone, sizeof a, &a, kChartKeyID)) {
-    const auto found = nets_.accounts().find(a.RecordNumber);
+    const int32_t number = a.RecordNumber;  // a copy: the packed field binds to no reference
+    const auto found = nets_.accounts().find(number);
     const PeriodNets::Periods& rows = found != nets_.accounts().end() ? found->second : kNothing;
-    seen[a.RecordNumber] = true;
+    seen[number] = true;
     for (int p = 0; p < kChartPeriods; ++p) {
       const AccountPeriodAmounts& kept = a.Periods[p];
       const AccountPeriodAmounts& sum = rows[static_cast<size_t>(p)];
