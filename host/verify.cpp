@@ -89,7 +89,8 @@ uint64_t NumberingKey(const JournalKey1Type& key) {
 
 class Verifier {
  public:
-  Verifier(const std::string& dir, Outcome& out) : dir_(dir), out_(out) {}
+  Verifier(const std::string& dir, bool quick, Outcome& out)
+      : dir_(dir), quick_(quick), out_(out) {}
   ~Verifier() {
     DeAllocateJournalRecord(&record_);
     CloseJrnlFile(&files_);
@@ -106,6 +107,7 @@ class Verifier {
   bool Store();
 
   std::string dir_;
+  bool quick_;
   Outcome& out_;
   JrnlDBFilesType files_{};
   JournalRecord* record_ = nullptr;
@@ -317,15 +319,16 @@ bool Verifier::Chart() {
 
 bool Verifier::Store() {
   std::vector<std::string> found;
-  CheckStoreIntegrity(dir_.c_str(), static_cast<int>(kShownPerKind), &found);
+  CheckStoreIntegrity(dir_.c_str(), static_cast<int>(kShownPerKind), quick_, &found);
   for (const std::string& problem : found) problems_.Add("store problems", "store: " + problem);
   return found.empty();
 }
 
 }  // namespace
 
-void VerifyBook(const std::string& dir, std::vector<std::string>* problems, Outcome& out) {
-  Verifier verifier(dir, out);
+void VerifyBook(const std::string& dir, bool quick, std::vector<std::string>* problems,
+                Outcome& out) {
+  Verifier verifier(dir, quick, out);
   verifier.Run(problems);
 }
 

@@ -9,7 +9,7 @@
 #include "record_manager.h"
 #include "rm_sqlite_backend.h"
 
-uint16_t CheckStoreIntegrity(const char* directory, int max_problems,
+uint16_t CheckStoreIntegrity(const char* directory, int max_problems, bool quick,
                              std::vector<std::string>* problems) {
   problems->clear();
   if (directory == nullptr) return kStatusFileNotFound;
@@ -21,8 +21,8 @@ uint16_t CheckStoreIntegrity(const char* directory, int max_problems,
     return (rc & 0xff) == SQLITE_CANTOPEN ? kStatusFileNotFound : kStatusIoError;
   }
   sqlite3_busy_timeout(db, 10000);
-  const std::string sql =
-      "PRAGMA integrity_check(" + std::to_string(max_problems > 0 ? max_problems : 1) + ")";
+  const std::string sql = std::string("PRAGMA ") + (quick ? "quick_check(" : "integrity_check(") +
+                          std::to_string(max_problems > 0 ? max_problems : 1) + ")";
   sqlite3_stmt* statement = nullptr;
   rc = sqlite3_prepare_v2(db, sql.c_str(), -1, &statement, nullptr);
   while (rc == SQLITE_OK && (rc = sqlite3_step(statement)) == SQLITE_ROW) {
