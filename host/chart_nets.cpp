@@ -15,7 +15,8 @@ void PeriodNets::Add(const JrnlRowType& row, double sign) {
     ++outside_;
     return;
   }
-  AccountPeriodAmounts& slot = accounts_[row.Account][static_cast<size_t>(period)];
+  const int32_t account = row.Account;  // a copy: the packed field binds to no reference
+  AccountPeriodAmounts& slot = accounts_[account][static_cast<size_t>(period)];
   if (amount > 0) {
     slot.First += sign * amount;
   } else {

@@ -622,13 +622,14 @@ void JobReport(const ReportRequest& request, Outcome& out) {
     walk.ClearRow();
     for (int ok = walk.GetFirstSortedTrxJob(); ok; ok = walk.GetNextSortedTrxJob()) {
       const JrnlRowType row = walk.Row;
-      auto known = accounts.find(row.Account);
+      const int32_t number = row.Account;  // a copy: the packed field binds to no reference
+      auto known = accounts.find(number);
       if (known == accounts.end()) {
         AccountType a{};
-        const bool found = GetAccountInfo(row.Account, &a);
+        const bool found = GetAccountInfo(number, &a);
         known = accounts
-                    .insert({row.Account,
-                             {found ? a.ID.c_str() : "#" + std::to_string(row.Account),
+                    .insert({number,
+                             {found ? a.ID.c_str() : "#" + std::to_string(number),
                               found ? a.Type : int16_t{-1}}})
                     .first;
       }
