@@ -213,11 +213,10 @@ bool ZORDataFileExists(const char* name, int64_t* changed_ns);
 
 // Checks every page and index of the store of directory (the store's own integrity check)
 // through a read-only connection of its own, which sees what is committed and waits for
-// no writer. quick leaves out the check that every index agrees with its table, so that
-// the check reads the store once instead of once per index (minutes instead of most of an
-// hour on a store of 10 GB). Answers 0 with *problems empty when the store is sound; 2
-// with up to max_problems descriptions in *problems (the caller's) when it is damaged or
-// cannot be read; 12 when the directory holds no store.
+// no writer. quick leaves out the check that every index agrees with its table: it reads
+// every page once but looks no index entry up in its table. Answers 0 with *problems empty
+// when the store is sound; 2 with up to max_problems descriptions in *problems (the
+// caller's) when it is damaged or cannot be read; 12 when the directory holds no store.
 uint16_t CheckStoreIntegrity(const char* directory, int max_problems, bool quick,
                              std::vector<std::string>* problems);
 
