@@ -195,7 +195,10 @@ TEST_P(CurrencyTest, WalkSeesAnotherProcessesCommitsAfterAPause) {
   // Another handle's look-up while the walk rests reads in the walk's snapshot; once the
   // walk has rested a while, look-ups and the walk itself read the file as it is now.
   g_ = Open("MASTER.DAT");
-  EXPECT_EQ(Equal(g_, 25), -kStatusKeyNotFound);
+  // (On the server a walk's pages are its own and a look-up always reads what is committed.)
+  if (!OnServer()) {
+    EXPECT_EQ(Equal(g_, 25), -kStatusKeyNotFound);
+  }
   usleep(150 * 1000);
   EXPECT_EQ((Ints{Equal(g_, 25), Next(f_), Next(f_)}), (Ints{25, 25, 30}));
 }

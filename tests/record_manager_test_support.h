@@ -8,7 +8,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <functional>
 #include <string>
 #include <vector>
@@ -22,14 +24,38 @@
 
 namespace rmtest {
 
+// A store backend under test: either a factory for every store, or a way to serve a test's
+// directory from somewhere (answering why it could not; empty when it did).
 struct BackendCase {
   std::string name;
   rm::BackendFactory factory;
+  std::function<std::string(const std::string& directory)> serve;
+  bool server() const { return static_cast<bool>(serve); }
 };
+
+// Serves directory from a fresh schema on the server BASICS_TEST_PG names.
+inline std::string ServeFromTestServer(const std::string& directory) {
+  const char* conninfo = std::getenv("BASICS_TEST_PG");
+  if (conninfo == nullptr || *conninfo == '\0') {
+    return "BASICS_TEST_PG is not set: the server tests need the test server";
+  }
+  static int counter = 0;
+  const std::string schema = "rmtest_" + std::to_string(getpid()) + "_" +
+                             std::to_string(++counter) + "_" + std::to_string(time(nullptr));
+  std::string error;
+  if (ZORServeDirectoryFromServer(directory.c_str(), conninfo, schema.c_str(), &error) != 0) {
+    return "the test server cannot be reached: " + error;
+  }
+  return std::string();
+}
+
 inline std::vector<BackendCase> AllBackends() {
-  return {{"Sqlite", [](const std::string& dir, bool create, rm::Status* st) {
+  return {{"Sqlite",
+           [](const std::string& dir, bool create, rm::Status* st) {
              return rm::OpenSqliteBackend(dir, create, st);
-           }}};
+           },
+           nullptr},
+          {"Postgres", nullptr, ServeFromTestServer}};
 }
 inline void PrintTo(const BackendCase& c, std::ostream* os) { *os << c.name; }
 inline std::string BackendName(const ::testing::TestParamInfo<BackendCase>& info) {
@@ -138,6 +164,10 @@ class RecordManagerTest : public ::testing::TestWithParam<BackendCase> {
     rm::SetBackendFactory(GetParam().factory);
     rm::SetBackendDecorator(nullptr);
     SetBatchWaitMilliseconds(10000);
+    if (GetParam().server()) {
+      const std::string why = GetParam().serve(dir_.path());
+      if (!why.empty()) GTEST_FAIL() << why;
+    }
   }
   void TearDown() override {
     Close(f_);
@@ -146,7 +176,9 @@ class RecordManagerTest : public ::testing::TestWithParam<BackendCase> {
     EXPECT_EQ(rm::OpenStoreCount(), 0u);
     rm::SetBackendDecorator(nullptr);
     rm::SetBackendFactory(nullptr);
+    ZORStopServingDirectory(dir_.path().c_str());
   }
+  bool OnServer() const { return GetParam().server(); }
   std::string Path(const std::string& name) const { return dir_.File(name); }
 
   // The status of creating name from spec (kStatusOk when made).
@@ -192,6 +224,7 @@ class MasterFileTest : public RecordManagerTest {
  protected:
   void SetUp() override {
     RecordManagerTest::SetUp();
+    if (HasFatalFailure()) return;
     f_ = CreateAndOpen(SpecBuilder(kMasterLen)
                            .Key({{1, 4, kExtInteger}})
                            .Key({{5, 12, kExtString}}, kKeyDuplicates | kKeyModifiable)

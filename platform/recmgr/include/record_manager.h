@@ -166,10 +166,10 @@ uint8_t UnlockOneRecord(BtrvFile* f);
 
 // Batches. bBeginBatchUpdate begins a write transaction on the file's store, or, when this
 // process has one open there already, a batch inside it that can be abandoned alone (it
-// keeps an undo log of its writes); everything commits when the outermost batch ends. Writers of other processes queue for the store in about
-// the order they asked; one kept waiting longer than the batch wait gets 85. Each answers
-// 1 on success, or 0 with the status readable by GetErrorCode (a failed begin opens no
-// level; the caller must not end or abandon it).
+// keeps an undo log of its writes); everything commits when the outermost batch ends. Writers of
+// other processes queue for the store in about the order they asked; one kept waiting longer than
+// the batch wait gets 85. Each answers 1 on success, or 0 with the status readable by GetErrorCode
+// (a failed begin opens no level; the caller must not end or abandon it).
 int bBeginBatchUpdate(BtrvFile* f);
 // Ends the innermost batch: an inner one's writes become part of the batch around it, the
 // outermost commits. An end that answers 0 has undone what its batch wrote (the outermost:
@@ -217,8 +217,25 @@ bool ZORDataFileExists(const char* name, int64_t* changed_ns);
 // every page once but looks no index entry up in its table. Answers 0 with *problems empty
 // when the store is sound; 2 with up to max_problems descriptions in *problems (the
 // caller's) when it is damaged or cannot be read; 12 when the directory holds no store.
+// A directory served from a server is checked as far as a client can without the server's
+// own page checker: every file its catalogue names must have its table and one index per
+// key (quick makes no difference there); the server keeps its pages sound itself.
 uint16_t CheckStoreIntegrity(const char* directory, int max_problems, bool quick,
                              std::vector<std::string>* problems);
+
+// Serving a company from a PostgreSQL server. From now on every file name whose directory
+// is `directory` (made absolute and normalised lexically; it need not exist on this
+// machine) names a table of schema `schema` on the server that `conninfo` (a libpq
+// connection string) names: opens, creates, deletes, locks, batches, the company markers and
+// _stat all go there. The schema is made by the first create, like records.db. Answers 0;
+// 2 with the server's reason in *error (the caller's, may be null) when the server cannot
+// be reached. Serving the same directory again replaces the earlier choice for stores
+// opened later.
+uint16_t ZORServeDirectoryFromServer(const char* directory, const char* conninfo,
+                                     const char* schema, std::string* error);
+// Stops serving directory from a server (stores already open stay open until their last
+// handle closes).
+void ZORStopServingDirectory(const char* directory);
 
 // Diagnostics: every handle still open, with where it was opened.
 struct OpenHandleInfo {

@@ -504,6 +504,7 @@ int32_t NumRecsInFile(BtrvFile* f) {
 uint8_t UnlockOneRecord(BtrvFile* f) {
   State* s = Usable(f);
   if (s == nullptr) return 0;
+  std::lock_guard<std::mutex> guard(s->store->mu);
   DropLock(s);
   s->status = kStatusOk;
   return 1;
@@ -612,9 +613,8 @@ int bEndBatchUpdate(BtrvFile* f) {
   // The last end: the change times of the files written, then the commit, so that the
   // batch's records and the times other processes go by appear together.
   Status st = store.batch_failure;
-  const int64_t now = rm::WallClockNs();
   for (size_t i = 0; st == kStatusOk && i < store.touched.size(); ++i) {
-    st = store.Call().TouchFile(store.touched[i], now);
+    st = store.Call().TouchFile(store.touched[i]);
   }
   if (st == kStatusOk) st = store.Call().Commit();
   if (st != kStatusOk) store.Call().Rollback();

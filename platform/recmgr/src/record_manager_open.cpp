@@ -16,6 +16,7 @@
 
 using rm::FileEntry;
 using rm::LockFile;
+using rm::LockHolder;
 using rm::LockResult;
 using rm::Status;
 using State = BtrvFile::State;
@@ -95,7 +96,9 @@ Status OpenOnce(const rm::FileName& fn, uint16_t mode, const char* owner,
     return Fail(store, kStatusIoError);  // a catalogue row nobody could have written
   }
   st = CheckOwner(entry.owner, owner, mode);
-  if (st == kStatusOk) st = LockFile::Open(fn.directory, mode == kOpenModeReadOnly, &s->locks);
+  if (st == kStatusOk) {
+    st = store->backend->OpenLocks(rm::LockSpace::kFiles, mode == kOpenModeReadOnly, &s->locks);
+  }
   if (st == kStatusOk) {
     // Every handle holds its file's open byte shared; an exclusive open holds it alone.
     const int64_t byte = LockFile::OpenByte(entry.id);
@@ -112,8 +115,8 @@ Status OpenOnce(const rm::FileName& fn, uint16_t mode, const char* owner,
     if (st == kStatusOk && again.id != entry.id) st = kStatusFileNotFound;
   }
   if (st != kStatusOk) {
-    guard.unlock();
     s->locks.reset();
+    guard.unlock();
     return Fail(store, st);
   }
   auto it = store->files.find(entry.id);
@@ -155,18 +158,17 @@ void LetGo(State* s) {
       store->Call().DetachTable(s->file->table);
       store->files.erase(s->file->entry.id);
     }
+    s->locks.reset();  // drops the record lock and the open byte
   }
   s->file = nullptr;
-  s->locks.reset();  // drops the record lock and the open byte
   rm::ReleaseStore(store);
   s->store = nullptr;
 }
 
 // Removes a file's table while nobody has it open (85 otherwise). mu held, inside a
 // write transaction; lock keeps the file's open byte until the transaction ends.
-Status DropExisting(rm::Store* store, const std::string& directory, int64_t id,
-                    std::unique_ptr<LockFile>* lock) {
-  Status st = LockFile::Open(directory, false, lock);
+Status DropExisting(rm::Store* store, int64_t id, std::unique_ptr<LockHolder>* lock) {
+  Status st = store->backend->OpenLocks(rm::LockSpace::kFiles, false, lock);
   if (st != kStatusOk) return st;
   LockResult r = (*lock)->TryExclusive(LockFile::OpenByte(id));
   if (r == LockResult::kConflict) return kStatusFileInUse;
@@ -213,13 +215,13 @@ Status CreateFile(const FileSpec* spec, int flags, const char* name, const char*
   if (st != kStatusOk) return st;
   {
     std::lock_guard<std::mutex> guard(store->mu);
-    std::unique_ptr<LockFile> old_lock;
+    std::unique_ptr<LockHolder> old_lock;
     st = InTransaction(store, [&]() -> Status {
       FileEntry existing;
       Status found = store->Call().FindFile(fn.base, &existing);
       if (found == kStatusOk) {
         if ((flags & kCreateReplace) == 0) return kStatusFileExists;
-        found = DropExisting(store, fn.directory, existing.id, &old_lock);
+        found = DropExisting(store, existing.id, &old_lock);
         if (found != kStatusOk) return found;
       } else if (found != kStatusFileNotFound) {
         return found;
@@ -230,7 +232,6 @@ Status CreateFile(const FileSpec* spec, int flags, const char* name, const char*
       entry.record_length = spec->recordLength;
       entry.page_size = spec->pageSize;
       entry.spec = rm::SerializeSpec(*spec);
-      entry.changed_ns = rm::WallClockNs();
       int64_t id = 0;
       return store->Call().CreateFile(entry, ShapeOf(keys, 0), &id);
     });
@@ -334,12 +335,12 @@ uint16_t ZORDeleteFile(const char* name) {
   if (st != kStatusOk) return st;
   {
     std::lock_guard<std::mutex> guard(store->mu);
-    std::unique_ptr<LockFile> lock;
+    std::unique_ptr<LockHolder> lock;
     st = InTransaction(store, [&]() -> Status {
       FileEntry existing;
       Status found = store->Call().FindFile(fn.base, &existing);
       if (found != kStatusOk) return found;
-      return DropExisting(store, fn.directory, existing.id, &lock);
+      return DropExisting(store, existing.id, &lock);
     });
   }
   rm::ReleaseStore(store);

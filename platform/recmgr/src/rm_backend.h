@@ -24,7 +24,7 @@ struct FileEntry {
   uint16_t record_length = 0;
   uint16_t page_size = 0;     // kept for the description's sake; no meaning here
   std::vector<uint8_t> spec;  // the creation description (SerializeSpec)
-  int64_t changed_ns = 0;     // time of the last committed change
+  int64_t changed_ns = 0;     // time of the last committed change; CreateFile sets its own
 };
 
 // What a backend must know of a file's table to read and write it.
@@ -59,6 +59,30 @@ struct RowOut {
   uint8_t* key = nullptr;
 };
 
+// No-wait locks that one holder keeps in a store, each on a numbered byte: a file's open
+// marker and its records (LockFile::OpenByte, RecordByte), or the company's single-user
+// and open markers. They conflict between holders of one process as between processes, a
+// holder taking again what it holds is granted, and they die with the process (the
+// embedded store) or its connection (the server). Destroying the holder lets go of all it
+// holds. Used under its store's mutex, by the process that opened it only.
+enum class LockResult : uint8_t { kGranted, kConflict, kError };
+class LockHolder {
+ public:
+  virtual ~LockHolder() = default;
+  virtual LockResult TryShared(int64_t byte) = 0;
+  virtual LockResult TryExclusive(int64_t byte) = 0;
+  virtual void Unlock(int64_t byte) = 0;
+  // False when exclusive locks cannot be taken here (a read-only directory): they are then
+  // granted without effect, as nobody can write either.
+  virtual bool writable() const = 0;
+  // Whether some other holder, in this process or another, holds the byte.
+  virtual bool HeldByOther(int64_t byte) = 0;
+};
+
+// Which set of bytes a holder locks: the data files' (records.lck beside an embedded
+// store) or the company's markers (company.lck).
+enum class LockSpace : uint8_t { kFiles, kCompany };
+
 // A backend's state for one table (prepared statements and such); opaque above it.
 class Table {
  public:
@@ -76,8 +100,15 @@ class Backend {
   virtual Status CreateFile(const FileEntry& entry, const TableShape& shape, int64_t* id) = 0;
   // Removes a file and its records.
   virtual Status DropFile(int64_t id) = 0;
-  // Sets a file's change time.
-  virtual Status TouchFile(int64_t id, int64_t changed_ns) = 0;
+  // Stamps a file as changed now. The time is the store's: the machine's clock for the
+  // embedded store, the server's for a served company (machines' clocks differ).
+  virtual Status TouchFile(int64_t id) = 0;
+
+  // --- Locks ---
+  // A new holder of locks in space for one handle or marker (read_only: the directory may
+  // refuse writing its lock file, see LockHolder::writable). Answers 0 with *out the
+  // caller's, or 2 (12 when the lock file's directory is gone) with *out null.
+  virtual Status OpenLocks(LockSpace space, bool read_only, std::unique_ptr<LockHolder>* out) = 0;
 
   // --- Tables ---
   // State for reading and writing a file's table; owned by the backend, valid until
@@ -86,8 +117,10 @@ class Backend {
   virtual void DetachTable(Table* table) = 0;
 
   // --- Transactions ---
-  // Begins a write transaction. Writers queue for the store in about the order they
-  // asked; one that waits longer than the busy wait gets 85.
+  // Begins a write transaction. Writers of the whole store (the company) take turns, since
+  // the library reads "highest + 1" inside its batches (and auto-increment keys are the
+  // highest + 1 read inside the transaction): they queue in about the order they asked,
+  // and one that waits longer than the busy wait gets 85.
   virtual Status Begin() = 0;
   virtual Status Commit() = 0;
   // Undoes the open transaction with every savepoint in it; a no-op when none is open.

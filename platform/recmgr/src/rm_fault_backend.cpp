@@ -21,9 +21,12 @@ class FaultBackend final : public Backend {
     if (Status st = Write()) return st;
     return inner_->DropFile(id);
   }
-  Status TouchFile(int64_t id, int64_t changed_ns) override {
+  Status TouchFile(int64_t id) override {
     if (Status st = Write()) return st;
-    return inner_->TouchFile(id, changed_ns);
+    return inner_->TouchFile(id);
+  }
+  Status OpenLocks(LockSpace space, bool read_only, std::unique_ptr<LockHolder>* out) override {
+    return inner_->OpenLocks(space, read_only, out);
   }
   Table* AttachTable(const TableShape& shape) override { return inner_->AttachTable(shape); }
   void DetachTable(Table* table) override { inner_->DetachTable(table); }

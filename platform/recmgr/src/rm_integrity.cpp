@@ -7,12 +7,18 @@
 #include <vector>
 
 #include "record_manager.h"
+#include "rm_pg_backend.h"
 #include "rm_sqlite_backend.h"
+#include "rm_store_internal.h"
 
 uint16_t CheckStoreIntegrity(const char* directory, int max_problems, bool quick,
                              std::vector<std::string>* problems) {
   problems->clear();
   if (directory == nullptr) return kStatusFileNotFound;
+  rm::ServedStore served;
+  if (rm::ServedFrom(rm::LexicalDirectory(directory), &served)) {
+    return rm::CheckPgSchema(served.conninfo, served.schema, max_problems, problems);
+  }
   const std::string path = std::string(directory) + "/" + rm::kStoreFileName;
   sqlite3* db = nullptr;
   int rc = sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX, nullptr);

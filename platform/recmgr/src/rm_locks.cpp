@@ -14,9 +14,25 @@
 
 namespace rm {
 
-Status LockFile::Open(const std::string& directory, bool read_only,
-                      std::unique_ptr<LockFile>* out) {
-  const std::string path = directory + "/" + kLockFileName;
+namespace {
+
+LockResult FromByteLock(ByteLockResult r) {
+  switch (r) {
+    case ByteLockResult::kGranted:
+      return LockResult::kGranted;
+    case ByteLockResult::kConflict:
+      return LockResult::kConflict;
+    case ByteLockResult::kError:
+      break;
+  }
+  return LockResult::kError;
+}
+
+}  // namespace
+
+Status LockFile::Open(const std::string& directory, const char* name, bool read_only,
+                      std::unique_ptr<LockHolder>* out) {
+  const std::string path = directory + "/" + name;
   int fd = OpenByteLockFile(path);
   bool writable = true;
   if (fd < 0 && read_only && (errno == EACCES || errno == EROFS)) {
@@ -37,14 +53,16 @@ Status LockFile::Open(const std::string& directory, bool read_only,
 
 LockFile::~LockFile() { ::close(fd_); }
 
-LockResult LockFile::TryShared(int64_t byte) { return LockByte(fd_, byte, false); }
+LockResult LockFile::TryShared(int64_t byte) { return FromByteLock(LockByte(fd_, byte, false)); }
 
 LockResult LockFile::TryExclusive(int64_t byte) {
   if (!writable_) return LockResult::kGranted;  // see Open: nothing can be locked
-  return LockByte(fd_, byte, true);
+  return FromByteLock(LockByte(fd_, byte, true));
 }
 
 void LockFile::Unlock(int64_t byte) { UnlockByte(fd_, byte); }
+
+bool LockFile::HeldByOther(int64_t byte) { return ByteHeldByOther(fd_, byte); }
 
 namespace {
 

@@ -15,16 +15,17 @@
 namespace rm {
 
 constexpr const char* kLockFileName = "records.lck";
+// The company's markers, shared with the utility library's single-user access.
+constexpr const char* kCompanyLockFileName = "company.lck";
 
-using LockResult = ByteLockResult;
-
-class LockFile {
+class LockFile final : public LockHolder {
  public:
-  // Opens directory's lock file, making it when missing. A lock file that cannot be
-  // written (a read-only directory) is opened for reading when read_only is set: shared
+  // Opens the lock file name in directory, making it when missing. A lock file that cannot
+  // be written (a read-only directory) is opened for reading when read_only is set: shared
   // locks still work, record locks are then skipped. Answers 0, or 2 with out null.
-  static Status Open(const std::string& directory, bool read_only, std::unique_ptr<LockFile>* out);
-  ~LockFile();
+  static Status Open(const std::string& directory, const char* name, bool read_only,
+                     std::unique_ptr<LockHolder>* out);
+  ~LockFile() override;
   LockFile(const LockFile&) = delete;
   LockFile& operator=(const LockFile&) = delete;
 
@@ -34,10 +35,11 @@ class LockFile {
   static int64_t RecordByte(int64_t file_id, int32_t pos) { return (file_id << 32) | pos; }
 
   // No-wait locks on one byte; taking a lock this descriptor holds already is granted.
-  LockResult TryShared(int64_t byte);
-  LockResult TryExclusive(int64_t byte);
-  void Unlock(int64_t byte);
-  bool writable() const { return writable_; }
+  LockResult TryShared(int64_t byte) override;
+  LockResult TryExclusive(int64_t byte) override;
+  void Unlock(int64_t byte) override;
+  bool writable() const override { return writable_; }
+  bool HeldByOther(int64_t byte) override;
 
  private:
   LockFile(int fd, bool writable) : fd_(fd), writable_(writable) {}

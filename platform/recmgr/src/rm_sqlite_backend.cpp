@@ -168,8 +168,9 @@ void BindKeys(sqlite3_stmt* s, const SqlTable* t, const uint8_t* keys, int first
 
 class SqliteBackend final : public Backend {
  public:
-  SqliteBackend(sqlite3* db, int busy_ms, std::unique_ptr<WriterTurn> turn)
-      : db_(db), busy_ms_(busy_ms), turn_(std::move(turn)) {}
+  SqliteBackend(sqlite3* db, const std::string& directory, int busy_ms,
+                std::unique_ptr<WriterTurn> turn)
+      : db_(db), directory_(directory), busy_ms_(busy_ms), turn_(std::move(turn)) {}
   ~SqliteBackend() override {
     cursors_.clear();
     stepping_.clear();
@@ -186,7 +187,12 @@ class SqliteBackend final : public Backend {
   Status FindFile(const std::string& name, FileEntry* out) override;
   Status CreateFile(const FileEntry& entry, const TableShape& shape, int64_t* id) override;
   Status DropFile(int64_t id) override;
-  Status TouchFile(int64_t id, int64_t changed_ns) override;
+  Status TouchFile(int64_t id) override;
+  Status OpenLocks(LockSpace space, bool read_only, std::unique_ptr<LockHolder>* out) override {
+    return LockFile::Open(directory_,
+                          space == LockSpace::kFiles ? kLockFileName : kCompanyLockFileName,
+                          read_only, out);
+  }
   Table* AttachTable(const TableShape& shape) override;
   void DetachTable(Table* table) override;
   Status Begin() override;
@@ -265,7 +271,11 @@ class SqliteBackend final : public Backend {
   Status CursorStep(Cursor* c, const uint8_t* key, RowOut* out);
 
   sqlite3* db_;
+  std::string directory_;
   int busy_ms_;
+  // The change time of the files written in the open transaction: one for all of them,
+  // taken at the first stamp (0 until then).
+  int64_t stamp_ns_ = 0;
   std::unique_ptr<WriterTurn> turn_;  // null when the lock file cannot be written
   std::unique_ptr<Catalogue> catalogue_ = std::make_unique<Catalogue>();
   std::vector<std::unique_ptr<SqlTable>> tables_;
@@ -416,7 +426,7 @@ Status SqliteBackend::CreateFile(const FileEntry& entry, const TableShape& shape
     sqlite3_bind_text(s, 4, entry.owner.data(), static_cast<int>(entry.owner.size()),
                       SQLITE_STATIC);
     sqlite3_bind_blob(s, 5, entry.spec.data(), static_cast<int>(entry.spec.size()), SQLITE_STATIC);
-    sqlite3_bind_int64(s, 6, entry.changed_ns);
+    sqlite3_bind_int64(s, 6, WallClockNs());
     rc = sqlite3_step(s);
     if (rc != SQLITE_DONE) {
       Status fail = Fail(rc);
@@ -465,15 +475,16 @@ Status SqliteBackend::DropFile(int64_t id) {
   return rc == SQLITE_DONE ? Status{kStatusOk} : Fail(rc);
 }
 
-Status SqliteBackend::TouchFile(int64_t id, int64_t changed_ns) {
+Status SqliteBackend::TouchFile(int64_t id) {
   StartCall();
   EndScans();
+  if (stamp_ns_ == 0) stamp_ns_ = WallClockNs();
   int rc = catalogue_->touch.Prepare(db_, "UPDATE _files SET changed_ns=?2 WHERE id=?1");
   if (rc != SQLITE_OK) return Fail(rc);
   sqlite3_stmt* s = catalogue_->touch.get();
   ResetOnExit reset(s);
   sqlite3_bind_int64(s, 1, id);
-  sqlite3_bind_int64(s, 2, changed_ns);
+  sqlite3_bind_int64(s, 2, stamp_ns_);
   rc = sqlite3_step(s);
   return rc == SQLITE_DONE ? Status{kStatusOk} : Fail(rc);
 }
@@ -504,6 +515,7 @@ Status SqliteBackend::RunStatement(Stmt& stmt, const std::string& sql) {
 Status SqliteBackend::Begin() {
   StartCall();
   EndScans();
+  stamp_ns_ = 0;
   if (turn_ != nullptr) {
     // The wait for the turn and SQLite's own wait for the store share the busy wait.
     const int64_t start = MonotonicNs();
@@ -950,8 +962,8 @@ std::unique_ptr<Backend> OpenSqliteBackend(const std::string& directory, bool cr
     sqlite3_close_v2(db);
     return nullptr;
   }
-  auto backend =
-      std::make_unique<SqliteBackend>(db, g_batch_wait_ms.load(), WriterTurn::Open(directory));
+  auto backend = std::make_unique<SqliteBackend>(db, directory, g_batch_wait_ms.load(),
+                                                 WriterTurn::Open(directory));
   *status = backend->Init(create);
   if (*status != kStatusOk) return nullptr;
   return backend;

@@ -8,9 +8,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <functional>
+#include <system_error>
 
 #include "record_manager_internal.h"
+#include "rm_pg_backend.h"
 #include "rm_sqlite_backend.h"
 
 namespace rm {
@@ -31,6 +34,7 @@ struct Registry {
   std::map<std::string, std::unique_ptr<Store>> stores;
   BackendFactory factory;
   BackendDecorator decorator;
+  std::map<std::string, ServedStore> served;  // by canonical directory
 };
 
 void ForkPrepare();
@@ -99,8 +103,15 @@ Status AcquireStore(const std::string& directory, bool create, Store** out) {
     r.stores.erase(it);
   }
   Status status = kStatusOk;
-  std::unique_ptr<Backend> backend = r.factory ? r.factory(directory, create, &status)
-                                               : OpenSqliteBackend(directory, create, &status);
+  std::unique_ptr<Backend> backend;
+  auto served = r.served.find(directory);
+  if (served != r.served.end()) {
+    backend = OpenPgBackend(served->second.conninfo, served->second.schema, create, &status);
+  } else if (r.factory) {
+    backend = r.factory(directory, create, &status);
+  } else {
+    backend = OpenSqliteBackend(directory, create, &status);
+  }
   if (backend == nullptr) return status != kStatusOk ? status : Status{kStatusIoError};
   if (r.decorator) backend = r.decorator(std::move(backend));
   backend->SetBusyWait(g_batch_wait_ms.load());
@@ -152,6 +163,18 @@ void SetBackendDecorator(BackendDecorator decorator) {
   r.decorator = std::move(decorator);
 }
 
+void ServeDirectory(const std::string& directory, const ServedStore& where) {
+  Registry& r = TheRegistry();
+  std::lock_guard<std::mutex> lock(r.mu);
+  r.served[directory] = where;
+}
+
+void StopServing(const std::string& directory) {
+  Registry& r = TheRegistry();
+  std::lock_guard<std::mutex> lock(r.mu);
+  r.served.erase(directory);
+}
+
 void SetAllBusyWaits(int ms) {
   Registry& r = TheRegistry();
   std::lock_guard<std::mutex> lock(r.mu);
@@ -180,10 +203,35 @@ Status ResolveName(const char* name, FileName* out) {
   for (char& c : out->base) {
     if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
   }
+  const std::string lexical = LexicalDirectory(dir);
+  if (ServedFrom(lexical, nullptr)) {
+    out->directory = lexical;
+    return kStatusOk;
+  }
   char resolved[PATH_MAX];
   if (::realpath(dir.c_str(), resolved) == nullptr) return kStatusFileNotFound;
   out->directory = resolved;
   return kStatusOk;
+}
+
+std::string LexicalDirectory(const std::string& directory) {
+  std::filesystem::path path(directory.empty() ? std::string(".") : directory);
+  if (path.is_relative()) {
+    std::error_code ignored;
+    path = std::filesystem::current_path(ignored) / path;
+  }
+  std::string out = path.lexically_normal().string();
+  while (out.size() > 1 && out.back() == '/') out.pop_back();
+  return out;
+}
+
+bool ServedFrom(const std::string& directory, ServedStore* out) {
+  Registry& r = TheRegistry();
+  std::lock_guard<std::mutex> lock(r.mu);
+  auto it = r.served.find(directory);
+  if (it == r.served.end()) return false;
+  if (out != nullptr) *out = it->second;
+  return true;
 }
 
 Status MarkNestedBatches(Store* store) {
@@ -257,10 +305,31 @@ Status WriteScope::End(Status status) {
     }
     return status;
   }
-  if (status == kStatusOk) status = store_->Call().TouchFile(file_id_, WallClockNs());
+  if (status == kStatusOk) status = store_->Call().TouchFile(file_id_);
   if (status == kStatusOk) status = store_->Call().Commit();
   if (status != kStatusOk) store_->Call().Rollback();
   return status;
 }
 
 }  // namespace rm
+
+uint16_t ZORServeDirectoryFromServer(const char* directory, const char* conninfo,
+                                     const char* schema, std::string* error) {
+  if (error != nullptr) error->clear();
+  if (directory == nullptr || conninfo == nullptr || schema == nullptr || *schema == '\0') {
+    if (error != nullptr) *error = "a directory, a connection string and a schema are needed";
+    return kStatusIoError;
+  }
+  std::string reason;
+  if (rm::ProbePgServer(conninfo, &reason) != kStatusOk) {
+    if (error != nullptr) *error = reason;
+    return kStatusIoError;
+  }
+  rm::ServeDirectory(rm::LexicalDirectory(directory), rm::ServedStore{conninfo, schema});
+  return kStatusOk;
+}
+
+void ZORStopServingDirectory(const char* directory) {
+  if (directory == nullptr) return;
+  rm::StopServing(rm::LexicalDirectory(directory));
+}

@@ -111,8 +111,23 @@ struct FileName {
   std::string directory;
   std::string base;
 };
-// Answers 0, or 12 when the name is empty or its directory does not exist.
+// A directory served from a server (canonical: absolute and normalised lexically) resolves
+// to itself whether or not it exists here; any other to its real path. Answers 0, or 12
+// when the name is empty or its directory neither is served nor exists.
 Status ResolveName(const char* name, FileName* out);
+
+// Where a served directory's company lives.
+struct ServedStore {
+  std::string conninfo;
+  std::string schema;
+};
+// The absolute, lexically normalised form of directory (no trailing slash but for "/").
+std::string LexicalDirectory(const std::string& directory);
+// Whether the canonical directory is served from a server; fills *out when it is.
+bool ServedFrom(const std::string& directory, ServedStore* out);
+// Serves the canonical directory from a server from now on, or stops serving it.
+void ServeDirectory(const std::string& directory, const ServedStore& where);
+void StopServing(const std::string& directory);
 
 // Before a catalogue change inside nested batches: makes a savepoint for every open nested
 // batch that has none. Answers 0, or the failed savepoint's status. mu must be held.
@@ -144,8 +159,8 @@ class WriteScope {
 struct BtrvFile::State {
   rm::Store* store = nullptr;
   rm::OpenFile* file = nullptr;
-  std::unique_ptr<rm::LockFile> locks;
-  uint64_t id = 0;  // owner of the store's stepping cursor
+  std::unique_ptr<rm::LockHolder> locks;  // used under the store's mutex
+  uint64_t id = 0;                        // owner of the store's stepping cursor
   pid_t pid = 0;
   uint16_t mode = 0;
   uint16_t file_number = 0;
