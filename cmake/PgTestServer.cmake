@@ -15,3 +15,10 @@ set_tests_properties(pg_server_stop PROPERTIES FIXTURES_CLEANUP pg TIMEOUT 120)
 
 set(BASICS_PG_TEST_PROPERTIES FIXTURES_REQUIRED pg
     ENVIRONMENT "BASICS_TEST_PG=${BASICS_TEST_PG_CONNINFO}")
+
+# The host program's demo on the server against its demo on a directory.
+if(TARGET basics_host)
+  add_test(NAME server_demo COMMAND bash ${CMAKE_CURRENT_SOURCE_DIR}/tests/pg/server_demo_test.sh
+                                    $<TARGET_FILE:basics_host>)
+  set_tests_properties(server_demo PROPERTIES ${BASICS_PG_TEST_PROPERTIES} TIMEOUT 300)
+endif()

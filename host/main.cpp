@@ -1,7 +1,11 @@
 // The command-line host program `basics`: creates companies and shows what the library
 // answers about them. kUsage lists the commands. Every command either prints its whole
 // output and exits 0, or prints one line naming the directory, what failed and the record
-// manager's status on standard error and exits 1; usage errors exit 2.
+// manager's status on standard error and exits 1; usage errors exit 2. With --server the
+// company lives in a schema of a PostgreSQL server instead of a directory.
+#include <stdlib.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
@@ -32,6 +36,7 @@ namespace {
 
 constexpr const char* kUsage =
     "usage: basics [--today YYYY-MM-DD] COMMAND DIR [--format table|csv|json] [options]\n"
+    "       basics [--today YYYY-MM-DD] --server CONNINFO COMMAND COMPANY [...]\n"
     "       basics --help | --version\n"
     "commands:\n"
     "  new DIR       create an empty company\n"
@@ -70,7 +75,11 @@ constexpr const char* kUsage =
     "invoices, aging, events, generate) and the reports print as a table, CSV or JSON\n"
     "(--format).\n"
     "A company that cannot be read is reported on one line with the record manager's\n"
-    "status, and the exit status is 1.\n";
+    "status, and the exit status is 1.\n"
+    "With --server the company is kept on the PostgreSQL server that CONNINFO names (a\n"
+    "libpq connection string such as \"host=db.example port=5432 user=books dbname=books\")\n"
+    "in the schema COMPANY; the demo's cash-basis company is the schema COMPANY/cash-basis.\n"
+    "A server that cannot be reached is reported on one line, and the exit status is 1.\n";
 
 int UsageError() {
   std::fputs(kUsage, stderr);
@@ -137,11 +146,14 @@ void TrialBalances(const std::string& dir, host::Outcome& out) {
   host::SetTrialBalanceRange({});
 }
 
-void Demo(const std::string& dir, host::Outcome& out) {
+// Makes the sample companies in dir and dir/cash-basis and shows them; shown is how dir is
+// named in the output (the directory, or the company's schema on a server).
+void Demo(const std::string& dir, const std::string& shown, host::Outcome& out) {
   const std::string cash_dir = dir + "/cash-basis";
+  const std::string cash_shown = shown + "/cash-basis";
   if (!MakeSampleCompany(dir, false, out) || !MakeSampleCompany(cash_dir, true, out)) return;
-  out.Printf("Sample company created in %s\n", dir.c_str());
-  out.Printf("Cash-basis sample company created in %s\n\n", cash_dir.c_str());
+  out.Printf("Sample company created in %s\n", shown.c_str());
+  out.Printf("Cash-basis sample company created in %s\n\n", cash_shown.c_str());
   for (host::View view : {host::CardsView, host::AccountsView, host::PeriodsView, host::ItemsView,
                           host::JobsView, host::JournalView}) {
     if (view != host::CardsView) out.Printf("\n");
@@ -152,12 +164,12 @@ void Demo(const std::string& dir, host::Outcome& out) {
   WithCompany(dir, host::InvoicesView, host::Format::kTable, out);
   out.Printf("\n");
   WithCompany(dir, host::EventsView, host::Format::kTable, out);
-  out.Printf("\n== The cash-basis company (%s)\n", cash_dir.c_str());
+  out.Printf("\n== The cash-basis company (%s)\n", cash_shown.c_str());
   TrialBalances(cash_dir, out);
   out.Printf("\n");
   WithCompany(cash_dir, host::InvoicesView, host::Format::kTable, out);
   // The sample company's ledger reports.
-  out.Printf("\n== The reports of the sample company (%s)\n", dir.c_str());
+  out.Printf("\n== The reports of the sample company (%s)\n", shown.c_str());
   host::ReportRequest request;
   WithReport(dir, host::GeneralLedgerReport, request, out);
   out.Printf("\n");
@@ -324,6 +336,69 @@ std::string AbsolutePath(const char* name) {
   return path.string();
 }
 
+// Where the companies of a --server run live on this machine: a private working directory,
+// made at the start and removed at the end, under which each company's directory is served
+// from the schema of the same name. The directory itself only ever holds the lock file that
+// marks a company open in this process; the data files are tables on the server.
+struct ServerRun {
+  std::string conninfo;
+  std::string root;  // the private working directory; empty before Start
+  ~ServerRun() {
+    if (root.empty()) return;
+    if (::chdir("/") != 0) return;  // opening a company made a directory under root current
+    std::error_code ignored;
+    std::filesystem::remove_all(root, ignored);
+  }
+  // Makes the working directory; answers false after a message.
+  bool Start() {
+    std::error_code ec;
+    std::filesystem::path temp = std::filesystem::temp_directory_path(ec);
+    if (ec) temp = "/tmp";
+    std::string pattern = (temp / "basics-server-XXXXXX").string();
+    if (::mkdtemp(pattern.data()) == nullptr) {
+      std::fprintf(stderr, "basics: cannot make a working directory: %s\n", std::strerror(errno));
+      return false;
+    }
+    root = pattern;
+    return true;
+  }
+  // Serves root/company from the schema company; answers false after the one-line message
+  // when the server cannot be reached.
+  bool Serve(const std::string& company) const {
+    std::string error;
+    const std::string dir = root + "/" + company;
+    if (ZORServeDirectoryFromServer(dir.c_str(), conninfo.c_str(), company.c_str(), &error) == 0)
+      return true;
+    std::string reason;  // the server's lines joined into one
+    for (char c : error) {
+      const bool space = c == '\n' || c == '\r' || c == '\t' || c == ' ';
+      if (!space)
+        reason += c;
+      else if (!reason.empty() && reason.back() != ' ')
+        reason += ' ';
+    }
+    while (!reason.empty() && reason.back() == ' ') reason.pop_back();
+    std::fprintf(stderr, "basics: the server cannot be reached: %s\n",
+                 reason.empty() ? "no reason given" : reason.c_str());
+    return false;
+  }
+};
+
+// Whether name can name a company on a server: a schema name of at most 63 bytes, with
+// '/' only between non-empty parts that are not "." or "..".
+bool IsCompanyName(const std::string& name) {
+  if (name.empty() || name.size() > 63 || name.front() == '/' || name.back() == '/') return false;
+  size_t start = 0;
+  while (start <= name.size()) {
+    size_t end = name.find('/', start);
+    if (end == std::string::npos) end = name.size();
+    const std::string part = name.substr(start, end - start);
+    if (part.empty() || part == "." || part == "..") return false;
+    start = end + 1;
+  }
+  return true;
+}
+
 // Lists what verify found, one problem a line, or "ok"; answers the number of problems.
 int Verify(const std::string& dir, bool quick, host::Outcome& out) {
   std::vector<std::string> problems;
@@ -340,14 +415,24 @@ int Verify(const std::string& dir, bool quick, host::Outcome& out) {
 
 int main(int argc, char** argv) {
   int arg = 1;
-  if (arg + 1 < argc && std::strcmp(argv[arg], "--today") == 0) {
-    DatesType today{};
-    if (!ParseDate(argv[arg + 1], today)) {
-      std::fprintf(stderr, "basics: --today wants a date as YYYY-MM-DD\n");
-      return 2;
+  ServerRun server;
+  bool on_server = false;
+  for (bool more = true; more && arg + 1 < argc;) {
+    if (std::strcmp(argv[arg], "--today") == 0) {
+      DatesType today{};
+      if (!ParseDate(argv[arg + 1], today)) {
+        std::fprintf(stderr, "basics: --today wants a date as YYYY-MM-DD\n");
+        return 2;
+      }
+      TodaysDate = today;
+      arg += 2;
+    } else if (std::strcmp(argv[arg], "--server") == 0) {
+      server.conninfo = argv[arg + 1];
+      on_server = true;
+      arg += 2;
+    } else {
+      more = false;
     }
-    TodaysDate = today;
-    arg += 2;
   }
   if (arg + 1 == argc &&
       (std::strcmp(argv[arg], "--help") == 0 || std::strcmp(argv[arg], "-h") == 0)) {
@@ -413,11 +498,35 @@ int main(int argc, char** argv) {
   (name == "job" ? request.job : request.account) = second;
 
   // Every command works on the absolute path: opening a company changes the directory.
-  const std::string dir = AbsolutePath(argv[arg + 1]);
-  if (dir.empty()) return 1;
   const std::string post_path = name == "post" ? AbsolutePath(second.c_str()) : "";
   if (name == "post" && post_path.empty()) return 1;
+  std::string dir;
+  const std::string company = argv[arg + 1];
+  if (on_server) {
+    if (!IsCompanyName(company)) {
+      std::fprintf(stderr,
+                   "basics: '%s' cannot name a company on a server (a schema name of at most "
+                   "63 bytes, parts separated by '/')\n",
+                   company.c_str());
+      return 2;
+    }
+    if (!server.Start() || !server.Serve(company)) return 1;
+    if (name == "demo" && !server.Serve(company + "/cash-basis")) return 1;
+    dir = server.root + "/" + company;
+    // Opening a company makes its directory current, so it must be there on this machine.
+    std::error_code ec;
+    std::filesystem::create_directories(dir, ec);
+    if (ec) {
+      std::fprintf(stderr, "basics: cannot make a working directory: %s\n", ec.message().c_str());
+      return 1;
+    }
+  } else {
+    dir = AbsolutePath(company.c_str());
+    if (dir.empty()) return 1;
+  }
 
+  // What the output calls the company: on a server its schema, not the working directory.
+  const std::string shown = on_server ? company : dir;
   host::Outcome out;
   SetMessageHandler([&out](const HostMessage& message) { return AnswerQuietly(out, message); });
   int refused = 0;
@@ -442,14 +551,14 @@ int main(int argc, char** argv) {
   } else if (name == "verify") {
     refused = Verify(dir, options.quick, out);
   } else if (name == "new") {
-    if (host::CreateCompany(dir, out)) out.Printf("Empty company created in %s\n", dir.c_str());
+    if (host::CreateCompany(dir, out)) out.Printf("Empty company created in %s\n", shown.c_str());
   } else if (name == "demo") {
-    Demo(dir, out);
+    Demo(dir, shown, out);
   } else if (host::OpenCompany(dir, out)) {  // check
     host::CloseCompany(out);
-    out.Printf("%s holds a company\n", dir.c_str());
+    out.Printf("%s holds a company\n", shown.c_str());
   }
-  int status = out.Finish(dir);
+  int status = out.Finish(shown);
   if (status == 0 && refused > 0) status = 1;
   SetMessageHandler(nullptr);
   return status;
