@@ -77,6 +77,12 @@ class LockHolder {
   virtual bool writable() const = 0;
   // Whether some other holder, in this process or another, holds the byte.
   virtual bool HeldByOther(int64_t byte) = 0;
+  // How many of count bytes from first some other holder holds.
+  virtual int CountHeldByOthers(int64_t first, int count) {
+    int held = 0;
+    for (int i = 0; i < count; ++i) held += HeldByOther(first + i) ? 1 : 0;
+    return held;
+  }
 };
 
 // Which set of bytes a holder locks: the data files' (records.lck beside an embedded

@@ -184,6 +184,11 @@ class PgBackend final : public Backend {
   LockResult Acquire(LockSpace space, int64_t byte, bool exclusive, const LockHolder* holder);
   void Release(LockSpace space, int64_t byte, bool exclusive);
   bool HeldByOther(LockSpace space, int64_t byte, const LockHolder* holder, bool holds_shared);
+  // Whether another holder of this process holds byte.
+  bool HeldLocally(LockSpace space, int64_t byte, const LockHolder* holder,
+                   bool holds_shared) const;
+  // How many of count bytes from first other sessions hold (one round trip).
+  int CountHeldByOtherSessions(LockSpace space, int64_t first, int count);
   Table* AttachTable(const TableShape& shape) override;
   void DetachTable(Table* table) override;
   Status Begin() override;
@@ -261,7 +266,7 @@ class PgBackend final : public Backend {
   std::pair<int32_t, int32_t> LockKey(LockSpace space, int64_t byte) const;
   std::unordered_map<int64_t, Owners> owners_[2];  // by space
   struct LockStatements {
-    Prepared exclusive, shared, unlock, unlock_shared, others;
+    Prepared exclusive, shared, unlock, unlock_shared, others, count_others;
   } locks_;
 };
 
@@ -302,6 +307,12 @@ class PgLocks final : public LockHolder {
     auto it = held_.find(byte);
     return backend_->HeldByOther(space_, byte, this, it != held_.end() && !it->second);
   }
+  int CountHeldByOthers(int64_t first, int count) override {
+    // Other sessions are asked once for the whole range; this process's other holders
+    // come from the owner table.
+    return backend_->CountHeldByOtherSessions(space_, first, count) + LocalOthers(first, count);
+  }
+  int LocalOthers(int64_t first, int count) const;
 
  private:
   PgBackend* backend_;
@@ -400,16 +411,18 @@ void PgBackend::Release(LockSpace space, int64_t byte, bool exclusive) {
   }
 }
 
+bool PgBackend::HeldLocally(LockSpace space, int64_t byte, const LockHolder* holder,
+                            bool holds_shared) const {
+  const auto& owners = owners_[space == LockSpace::kFiles ? 0 : 1];
+  auto it = owners.find(byte);
+  if (it == owners.end()) return false;
+  const Owners& o = it->second;
+  return (o.exclusive != nullptr && o.exclusive != holder) || o.shared > (holds_shared ? 1 : 0);
+}
+
 bool PgBackend::HeldByOther(LockSpace space, int64_t byte, const LockHolder* holder,
                             bool holds_shared) {
-  auto& owners = owners_[space == LockSpace::kFiles ? 0 : 1];
-  auto it = owners.find(byte);
-  if (it != owners.end()) {
-    const Owners& o = it->second;
-    if ((o.exclusive != nullptr && o.exclusive != holder) || o.shared > (holds_shared ? 1 : 0)) {
-      return true;
-    }
-  }
+  if (HeldLocally(space, byte, holder, holds_shared)) return true;
   const auto [k1, k2] = LockKey(space, byte);
   Result r;
   Status st = Run(&locks_.others,
@@ -420,6 +433,34 @@ bool PgBackend::HeldByOther(LockSpace space, int64_t byte, const LockHolder* hol
                   "AND pid <> pg_backend_pid())",
                   Params().Int(k1).Int(k2), &r);
   return st == kStatusOk && PQntuples(r.get()) == 1 && *PQgetvalue(r.get(), 0, 0) != 0;
+}
+
+int PgBackend::CountHeldByOtherSessions(LockSpace space, int64_t first, int count) {
+  if (count <= 0) return 0;
+  // One range of bytes shares its first number when it lies in one file's (or the
+  // company's) span, as the company's markers do.
+  const auto [k1, lo] = LockKey(space, first);
+  const auto [k1_last, hi] = LockKey(space, first + count - 1);
+  if (k1 != k1_last) return 0;
+  Result r;
+  Status st = Run(&locks_.count_others,
+                  "SELECT count(DISTINCT objid) FROM pg_catalog.pg_locks WHERE locktype = "
+                  "'advisory' AND database = (SELECT oid FROM pg_catalog.pg_database "
+                  "WHERE datname = current_database()) AND classid = $1::integer::oid "
+                  "AND objid BETWEEN $2::integer::oid AND $3::integer::oid AND objsubid = 2 "
+                  "AND granted AND pid <> pg_backend_pid()",
+                  Params().Int(k1).Int(lo).Int(hi), &r);
+  if (st != kStatusOk || PQntuples(r.get()) != 1) return 0;
+  return static_cast<int>(Int8At(r.get(), 0, 0));
+}
+
+int PgLocks::LocalOthers(int64_t first, int count) const {
+  int held = 0;
+  for (int64_t byte = first; byte < first + count; ++byte) {
+    auto it = held_.find(byte);
+    if (backend_->HeldLocally(space_, byte, this, it != held_.end() && !it->second)) ++held;
+  }
+  return held;
 }
 
 Status PgBackend::Failure(const PGresult* r) {

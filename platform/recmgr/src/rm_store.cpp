@@ -251,6 +251,50 @@ Status MarkNestedBatches(Store* store) {
   return kStatusOk;
 }
 
+Status CompanyLocks::Open(const std::string& directory, std::unique_ptr<CompanyLocks>* out) {
+  out->reset();
+  std::unique_ptr<CompanyLocks> locks(new CompanyLocks);
+  // The company's schema is made here when missing, as an embedded company's lock file is.
+  Status st = AcquireStore(directory, true, &locks->store_);
+  if (st != kStatusOk) return st;
+  {
+    std::lock_guard<std::mutex> guard(locks->store_->mu);
+    st = locks->store_->backend->OpenLocks(LockSpace::kCompany, false, &locks->holder_);
+  }
+  if (st != kStatusOk) return st;  // the destructor lets go of the store
+  *out = std::move(locks);
+  return kStatusOk;
+}
+
+CompanyLocks::~CompanyLocks() {
+  if (store_ == nullptr) return;
+  if (holder_ != nullptr) {
+    std::lock_guard<std::mutex> guard(store_->mu);
+    holder_.reset();
+  }
+  ReleaseStore(store_);
+}
+
+LockResult CompanyLocks::TryExclusive(int64_t byte) {
+  std::lock_guard<std::mutex> guard(store_->mu);
+  return holder_->TryExclusive(byte);
+}
+
+void CompanyLocks::Unlock(int64_t byte) {
+  std::lock_guard<std::mutex> guard(store_->mu);
+  holder_->Unlock(byte);
+}
+
+int CompanyLocks::CountHeldByOthers(int64_t first, int count) {
+  std::lock_guard<std::mutex> guard(store_->mu);
+  return holder_->CountHeldByOthers(first, count);
+}
+
+void CompanyLocks::Abandon() {
+  (void)holder_.release();
+  store_ = nullptr;
+}
+
 void Store::EndBatches() {
   batch_depth = 0;
   batch_failure = kStatusOk;

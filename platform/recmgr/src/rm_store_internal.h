@@ -129,6 +129,30 @@ bool ServedFrom(const std::string& directory, ServedStore* out);
 void ServeDirectory(const std::string& directory, const ServedStore& where);
 void StopServing(const std::string& directory);
 
+// The company's locks (single-user access, open markers) of a served directory, for the
+// utility library: one holder in the directory's store, which it keeps open while it lives.
+// Thread-safe.
+class CompanyLocks {
+ public:
+  // Answers 0 with *out the caller's, or the status the store's open failed with.
+  static Status Open(const std::string& directory, std::unique_ptr<CompanyLocks>* out);
+  ~CompanyLocks();
+  CompanyLocks(const CompanyLocks&) = delete;
+  CompanyLocks& operator=(const CompanyLocks&) = delete;
+
+  LockResult TryExclusive(int64_t byte);
+  void Unlock(int64_t byte);
+  // How many of count bytes from first some other holder holds.
+  int CountHeldByOthers(int64_t first, int count);
+  // In a forked child: forgets the parent's holder and store without touching either.
+  void Abandon();
+
+ private:
+  CompanyLocks() = default;
+  Store* store_ = nullptr;
+  std::unique_ptr<LockHolder> holder_;
+};
+
 // Before a catalogue change inside nested batches: makes a savepoint for every open nested
 // batch that has none. Answers 0, or the failed savepoint's status. mu must be held.
 Status MarkNestedBatches(Store* store);

@@ -10,7 +10,9 @@
 //   4096 + 256*A + i  1 each  company-open marker of area A (0-63), holder slot i (0-255):
 //                             each process that has the company open holds one slot
 // The locks are open-file-description locks: they conflict between descriptors of one
-// process as between processes, and the kernel drops them when the process dies.
+// process as between processes, and the kernel drops them when the process dies. A company
+// served from a server keeps the same bytes as the server's advisory locks instead, which it
+// drops with the process's connection.
 
 #include <fcntl.h>
 #include <limits.h>
@@ -32,6 +34,7 @@
 
 #include "byte_locks_internal.h"
 #include "record_manager.h"
+#include "rm_store_internal.h"
 #include "utility.h"
 
 // ---------------------------------------------------------------------------------------
@@ -156,12 +159,19 @@ int OpenLockFile(const std::string& directory) {
                                             : directory + "/" + kLockFileName);
 }
 
+// The canonical form of a directory served from a server, or empty when it is not one.
+std::string ServedCanonical(const std::string& native) {
+  std::string lexical = rm::LexicalDirectory(native);
+  return rm::ServedFrom(lexical, nullptr) ? lexical : std::string();
+}
+
 // One company-open marker per process, directory and area, shared by every
 // CZORSharedFile object of the process that opens it, so that OpenCount counts
 // processes, not objects.
 struct Marker {
   pid_t owner = 0;
-  int fd = -1;
+  int fd = -1;                               // the lock file's, for a local company
+  std::unique_ptr<rm::CompanyLocks> server;  // the server's, for a served one
   int area = 0;
   int slot = -1;
   int references = 0;
@@ -187,6 +197,7 @@ std::string MarkerKey(const std::string& canonical, int area) {
 // closed here without unlocking, which leaves the parent's slot held by the parent.
 void DropInheritedMarker(std::map<std::string, Marker>::iterator it, MarkerRegistry& registry) {
   if (it->second.fd >= 0) ::close(it->second.fd);
+  if (it->second.server != nullptr) it->second.server->Abandon();
   registry.markers.erase(it);
 }
 
@@ -289,9 +300,12 @@ bool CZORSharedFile::Open(const char* directory) {
   if (directory == nullptr || area_ < 0 || area_ >= kMarkerAreas) return false;
   std::string native = NativePath(directory);
   if (native.empty()) native.assign(1, '.');  // not = ".": g++ 12 warns wrongly at -O3
-  char resolved[PATH_MAX];
-  if (::realpath(native.c_str(), resolved) == nullptr) return false;
-  std::string canonical = resolved;
+  std::string canonical = ServedCanonical(native);
+  if (canonical.empty()) {
+    char resolved[PATH_MAX];
+    if (::realpath(native.c_str(), resolved) == nullptr) return false;
+    canonical = resolved;
+  }
   std::string key = MarkerKey(canonical, area_);
 
   MarkerRegistry& registry = Registry();
@@ -305,18 +319,28 @@ bool CZORSharedFile::Open(const char* directory) {
     Marker marker;
     marker.owner = getpid();
     marker.area = area_;
-    marker.fd = OpenLockFile(canonical);
-    if (marker.fd < 0) return false;
-    for (int slot = 0; slot < kMarkerSlots && marker.slot < 0; ++slot) {
-      ByteLockResult taken = LockByte(marker.fd, MarkerSlotOffset(area_, slot), true);
-      if (taken == ByteLockResult::kError) break;
-      if (taken == ByteLockResult::kGranted) marker.slot = slot;
+    if (rm::ServedFrom(canonical, nullptr)) {
+      if (rm::CompanyLocks::Open(canonical, &marker.server) != kStatusOk) return false;
+      for (int slot = 0; slot < kMarkerSlots && marker.slot < 0; ++slot) {
+        rm::LockResult taken = marker.server->TryExclusive(MarkerSlotOffset(area_, slot));
+        if (taken == rm::LockResult::kError) break;
+        if (taken == rm::LockResult::kGranted) marker.slot = slot;
+      }
+      if (marker.slot < 0) return false;  // the marker's end lets go of the store
+    } else {
+      marker.fd = OpenLockFile(canonical);
+      if (marker.fd < 0) return false;
+      for (int slot = 0; slot < kMarkerSlots && marker.slot < 0; ++slot) {
+        ByteLockResult taken = LockByte(marker.fd, MarkerSlotOffset(area_, slot), true);
+        if (taken == ByteLockResult::kError) break;
+        if (taken == ByteLockResult::kGranted) marker.slot = slot;
+      }
+      if (marker.slot < 0) {
+        ::close(marker.fd);
+        return false;
+      }
     }
-    if (marker.slot < 0) {
-      ::close(marker.fd);
-      return false;
-    }
-    it = registry.markers.emplace(key, marker).first;
+    it = registry.markers.emplace(key, std::move(marker)).first;
   }
   ++it->second.references;
   registry.open_directories.push_back(canonical);
@@ -346,8 +370,12 @@ void CZORSharedFile::Close() {
       if (it->second.owner != getpid()) {
         DropInheritedMarker(it, registry);
       } else if (--it->second.references <= 0) {
-        UnlockByte(it->second.fd, MarkerSlotOffset(it->second.area, it->second.slot));
-        ::close(it->second.fd);
+        if (it->second.server != nullptr) {
+          it->second.server->Unlock(MarkerSlotOffset(it->second.area, it->second.slot));
+        } else {
+          UnlockByte(it->second.fd, MarkerSlotOffset(it->second.area, it->second.slot));
+          ::close(it->second.fd);
+        }
         registry.markers.erase(it);
       }
     }
@@ -367,6 +395,10 @@ int CZORSharedFile::OpenCount() const {
   if (it == registry.markers.end() || it->second.owner != getpid()) return 0;
   const Marker& marker = it->second;
   int count = 1;  // this process
+  if (marker.server != nullptr) {
+    // This process's own slot is its holder's, so it is not counted among the others'.
+    return count + marker.server->CountHeldByOthers(MarkerSlotOffset(marker.area, 0), kMarkerSlots);
+  }
   for (int slot = 0; slot < kMarkerSlots; ++slot) {
     if (slot != marker.slot && ByteHeldByOther(marker.fd, MarkerSlotOffset(marker.area, slot))) {
       ++count;
@@ -381,6 +413,7 @@ int CZORSharedFile::OpenCount() const {
 
 struct CZORSingleUserAccess::Impl {
   int fd = -1;
+  std::unique_ptr<rm::CompanyLocks> server;  // a served company's, instead of fd
   pid_t owner = 0;
   int lock_mode = 0;
   std::string name;
@@ -398,7 +431,25 @@ bool CZORSingleUserAccess::Start(int message_number, int lock_mode, const char* 
   impl_->lock_mode = lock_mode;
   impl_->name = name != nullptr ? name : "";
   std::string directory = CompanyDirectory();
+  const bool served = !directory.empty() && rm::ServedFrom(directory, nullptr);
   for (;;) {
+    if (served) {
+      // A holder of its own per object, as a descriptor of its own is below.
+      std::unique_ptr<rm::CompanyLocks> locks;
+      if (rm::CompanyLocks::Open(directory, &locks) != kStatusOk) return false;
+      rm::LockResult taken = locks->TryExclusive(area_);
+      if (taken == rm::LockResult::kGranted) {
+        impl_->server = std::move(locks);
+        impl_->owner = getpid();
+        return true;
+      }
+      locks.reset();
+      if (taken == rm::LockResult::kError || message_number == 0) return false;
+      int answer = MessageWithString(MB_RETRYCANCEL | MB_ICONEXCLAMATION, message_number,
+                                     impl_->name.c_str());
+      if (answer != IDRETRY) return false;
+      continue;
+    }
     // A descriptor of its own per object: two objects of one process exclude each other
     // just as two processes do.
     int fd = OpenLockFile(directory);
@@ -418,6 +469,13 @@ bool CZORSingleUserAccess::Start(int message_number, int lock_mode, const char* 
 }
 
 void CZORSingleUserAccess::End() {
+  if (impl_->server != nullptr) {
+    // A forked child's copy belongs to the parent: it is forgotten, not let go of.
+    if (impl_->owner != getpid()) impl_->server->Abandon();
+    impl_->server.reset();
+    impl_->owner = 0;
+    return;
+  }
   if (impl_->fd < 0) return;
   // Only the process that took the lock releases it; a forked child's copy of the
   // descriptor is just closed, leaving the parent's access in place.
@@ -427,4 +485,6 @@ void CZORSingleUserAccess::End() {
   impl_->owner = 0;
 }
 
-bool CZORSingleUserAccess::Held() const { return impl_->fd >= 0 && impl_->owner == getpid(); }
+bool CZORSingleUserAccess::Held() const {
+  return (impl_->fd >= 0 || impl_->server != nullptr) && impl_->owner == getpid();
+}
