@@ -2,7 +2,9 @@
 // an insert, an update and a delete leaves every file as it was; a poster killed at random
 // moments leaves only whole transactions with their events and a balanced ledger; four
 // processes posting at once get distinct numbers and lose nothing; a transaction held by
-// one user's edit is refused to another until the first lets go.
+// one user's edit is refused to another until the first lets go; a user killed while editing
+// or inside a batch holds nothing and leaves nothing. Each runs on a company in a local store
+// and on one served from the test server.
 #include <unistd.h>
 
 #include <chrono>
@@ -29,6 +31,7 @@
 namespace {
 
 using namespace posting_test;
+using rmtest::Ints;
 
 #if defined(__SANITIZE_THREAD__)
 constexpr bool kThreadSanitizer = true;
@@ -124,8 +127,14 @@ size_t CheckWhole(const Books& books, bool events_on) {
   return books.headers.size();
 }
 
-class PostingScenarioTest : public PostingTest {
+// The parameter names the store: "Sqlite" (a local directory) or "Postgres" (the directory
+// served from a fresh schema of the test server).
+class PostingScenarioTest : public PostingTest, public ::testing::WithParamInterface<const char*> {
  protected:
+  std::string Serve(const std::string& directory) override {
+    return std::string(GetParam()) == "Postgres" ? rmtest::ServeFromTestServer(directory)
+                                                 : std::string();
+  }
   // A child process running body; every handle of this process is closed first, so the
   // child opens its own.
   std::unique_ptr<rmtest::ChildProcess> Fork(const std::function<int()>& body) {
@@ -159,7 +168,7 @@ int Post(int worker, int invoices, bool with_receipts) {
   return failed;
 }
 
-TEST_F(PostingScenarioTest, EveryFailedStoreWriteLeavesTheCompanyAsItWas) {
+TEST_P(PostingScenarioTest, EveryFailedStoreWriteLeavesTheCompanyAsItWas) {
   auto plan = std::make_shared<rm::FaultPlan>();
   CloseAll();
   rm::SetBackendDecorator([plan](std::unique_ptr<rm::Backend> inner) {
@@ -246,7 +255,7 @@ TEST_F(PostingScenarioTest, EveryFailedStoreWriteLeavesTheCompanyAsItWas) {
   }
 }
 
-TEST_F(PostingScenarioTest, ProcessesKilledWhilePostingLeaveWholeTransactions) {
+TEST_P(PostingScenarioTest, ProcessesKilledWhilePostingLeaveWholeTransactions) {
   EventsOn();
   const int kills = kThreadSanitizer ? 10 : 52;
   std::mt19937 rng(20240611);
@@ -264,7 +273,7 @@ TEST_F(PostingScenarioTest, ProcessesKilledWhilePostingLeaveWholeTransactions) {
   EXPECT_GT(transactions, static_cast<size_t>(kills)) << "the posters hardly posted";
 }
 
-TEST_F(PostingScenarioTest, ProcessesPostingAtOnceGetDistinctNumbers) {
+TEST_P(PostingScenarioTest, ProcessesPostingAtOnceGetDistinctNumbers) {
   const int invoices = kThreadSanitizer ? 25 : 200;
   std::vector<std::unique_ptr<rmtest::ChildProcess>> workers;
   CloseAll();
@@ -280,7 +289,7 @@ TEST_F(PostingScenarioTest, ProcessesPostingAtOnceGetDistinctNumbers) {
   EXPECT_EQ(books.headers.rbegin()->first, 4u * invoices);
 }
 
-TEST_F(PostingScenarioTest, ProcessesEditingATransactionRefuseItToOthersUntilLetGo) {
+TEST_P(PostingScenarioTest, ProcessesEditingATransactionRefuseItToOthersUntilLetGo) {
   Record invoice = Invoice(70, 1, "E1", 30);
   ASSERT_EQ(InsertJournal(files_, invoice.get()), 1);
   const uint32_t post_order = invoice->PostOrder;
@@ -323,5 +332,79 @@ TEST_F(PostingScenarioTest, ProcessesEditingATransactionRefuseItToOthersUntilLet
   SetMessageHandler(nullptr);
   for (int fd : {locked[0], locked[1], let_go[0], let_go[1]}) close(fd);
 }
+
+TEST_P(PostingScenarioTest, ProcessesKilledWhileEditingLetGoAtOnce) {
+  Record invoice = Invoice(71, 1, "K1", 30);
+  ASSERT_EQ(InsertJournal(files_, invoice.get()), 1);
+  const uint32_t post_order = invoice->PostOrder;
+  auto editor = Fork([post_order] {
+    JrnlDBFilesType files{};
+    Record r = NewRecord();
+    r->PostOrder = post_order;
+    return OpenJournalFile(&files, kOpenModeNormal) &&
+                   GetFileEqual(files, kLockBiasSingleNoWait, r.get(), 5)
+               ? 0
+               : 1;
+  });
+  ASSERT_EQ(editor->Answer(), 0);
+  OpenFiles();
+  int prompts = 0;
+  SetMessageHandler([&prompts](const HostMessage& m) {
+    if (m.number == 20000 + kStatusRecordInUse || m.number == 20000 + kStatusFileInUse) ++prompts;
+    return IDCANCEL;
+  });
+  Record mine = Load(post_order);
+  mine->Description = "mine";
+  EXPECT_EQ((Ints{UpdateJournal(files_, mine.get(), 5, nullptr), prompts}), (Ints{0, 1}));
+  editor->Kill();  // SIGKILL: the editor's lock goes with its process, without a wait
+  prompts = 0;
+  const auto start = std::chrono::steady_clock::now();
+  mine = Load(post_order);
+  mine->Description = "mine";
+  EXPECT_EQ((Ints{UpdateJournal(files_, mine.get(), 5, nullptr), prompts}), (Ints{1, 0}));
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(3));
+  EXPECT_STREQ(Load(post_order)->Description, "mine");
+  SetMessageHandler(nullptr);
+}
+
+TEST_P(PostingScenarioTest, ProcessesKilledInsideABatchLeaveNothingOfIt) {
+  Record first = Invoice(1, 1, "B1", 30);
+  ASSERT_EQ(InsertJournal(files_, first.get()), 1);
+  // The other user posts two invoices inside a batch of its own and is killed before the
+  // batch ends.
+  auto poster = Fork([] {
+    JrnlDBFilesType files{};
+    if (!OpenJournalFile(&files, kOpenModeNormal) || !bBeginBatchUpdate(files.HdrFile)) return 1;
+    Record a = Invoice(1, 2, "B2", 40), b = Invoice(1, 3, "B3", 50);
+    return InsertJournal(files, a.get()) && InsertJournal(files, b.get()) ? 0 : 2;
+  });
+  ASSERT_EQ(poster->Answer(), 0);
+  EXPECT_EQ(CheckWhole(ReadBooks(), false), 1u) << "a batch not yet ended is seen";
+  poster->Kill();
+  // Nothing of the batch is left, and the next invoice goes in at once with the next number.
+  OpenFiles();
+  int prompts = 0;
+  SetMessageHandler([&prompts](const HostMessage& m) {
+    if (m.number == 20000 + kStatusFileInUse) ++prompts;
+    return IDCANCEL;
+  });
+  const auto start = std::chrono::steady_clock::now();
+  Record next = Invoice(1, 4, "B4", 60);
+  EXPECT_EQ((Ints{InsertJournal(files_, next.get()), prompts}), (Ints{1, 0}));
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(3));
+  SetMessageHandler(nullptr);
+  const Books books = ReadBooks();
+  EXPECT_EQ(CheckWhole(books, false), 2u);
+  EXPECT_EQ(books.headers.rbegin()->first, 2u) << "the killed batch's post orders are free again";
+  for (const auto& [post_order, h] : books.headers) {
+    EXPECT_TRUE(std::string(h.Reference) == "B1" || std::string(h.Reference) == "B4")
+        << "left of the killed batch: " << h.Reference;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Stores, PostingScenarioTest, ::testing::Values("Sqlite", "Postgres"),
+                         [](const ::testing::TestParamInfo<const char*>& store) {
+                           return std::string(store.param);
+                         });
 
 }  // namespace

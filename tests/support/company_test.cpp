@@ -9,6 +9,8 @@ void CompanyTest::SetUp() {
   dir_ = std::make_unique<TempDir>();
   chdir_ = std::make_unique<ScopedChdir>(dir_->path());
   ResetStandardFileNames();
+  const std::string why = Serve(dir_->path());
+  if (!why.empty()) GTEST_FAIL() << why;
   ASSERT_EQ(CreateNewCompany(dir_->path().c_str()), 1);
   g_szCompanyPath = dir_->path().c_str();
 }
@@ -20,6 +22,7 @@ void CompanyTest::TearDown() {
                   << h.srcLine;
   }
   g_szCompanyPath = "";
+  ZORStopServingDirectory(dir_->path().c_str());
   chdir_.reset();
   dir_.reset();
 }

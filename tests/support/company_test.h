@@ -1,7 +1,8 @@
 // A GoogleTest fixture with a real, empty company: a fresh temporary directory made the
-// current directory, every data file created empty (CreateNewCompany), the company path
-// set, and a scripted message handler. Derived fixtures close the library files their
-// tests open (CloseLibraryFiles); TearDown then checks that no handle is left open.
+// current directory (served from a server first when a derived fixture's Serve says so),
+// every data file created empty (CreateNewCompany), the company path set, and a scripted
+// message handler. Derived fixtures close the library files their tests open
+// (CloseLibraryFiles); TearDown then checks that no handle is left open.
 #ifndef BASICS_TESTS_SUPPORT_COMPANY_TEST_H_
 #define BASICS_TESTS_SUPPORT_COMPANY_TEST_H_
 
@@ -19,6 +20,10 @@ class CompanyTest : public ::testing::Test {
   void TearDown() override;
   // Closes the library's internal handles that the tests of a unit open.
   virtual void CloseLibraryFiles() {}
+  // Called with the company's directory before its files are made: a fixture that runs on
+  // a server serves the directory from it here. Answers why it could not (the test then
+  // fails), empty when the company may be made.
+  virtual std::string Serve(const std::string& /*directory*/) { return std::string(); }
 
   const std::string& dir() const { return dir_->path(); }
 
