@@ -644,12 +644,13 @@ Status SqliteBackend::FillRow(SqlTable* t, int slot, sqlite3_stmt* stmt, RowOut*
   }
   if (out->data != nullptr) {
     const int column = slot >= 0 ? 3 : 2;
+    // Stored without its trailing zeros (an empty record is an empty blob, which SQLite
+    // answers with a null pointer); anything longer than a record is damage.
     const void* data = sqlite3_column_blob(stmt, column);
-    if (data == nullptr ||
-        static_cast<uint32_t>(sqlite3_column_bytes(stmt, column)) != t->shape.record_length) {
-      return kStatusIoError;
-    }
-    std::memcpy(out->data, data, t->shape.record_length);
+    const uint32_t stored = static_cast<uint32_t>(sqlite3_column_bytes(stmt, column));
+    if (stored > t->shape.record_length || (data == nullptr && stored != 0)) return kStatusIoError;
+    if (stored != 0) std::memcpy(out->data, data, stored);
+    std::memset(out->data + stored, 0, t->shape.record_length - stored);
   }
   out->pos = static_cast<int32_t>(pos);
   out->version = sqlite3_column_int64(stmt, 1);
@@ -792,6 +793,14 @@ Status SqliteBackend::Count(Table* table, int64_t* count) {
   return kStatusOk;
 }
 
+// A record is stored without its trailing zero bytes, which most of a large record is
+// (a journal header uses a few hundred of its 5,950 bytes); a read gives them back. An
+// all-zero record is an empty blob, which is not null.
+int StoredLength(const uint8_t* data, uint32_t length) {
+  while (length > 0 && data[length - 1] == 0) --length;
+  return static_cast<int>(length);
+}
+
 Status SqliteBackend::Insert(Table* table, const uint8_t* data, const uint8_t* keys, int32_t* pos) {
   StartCall();
   EndScans();
@@ -812,8 +821,8 @@ Status SqliteBackend::Insert(Table* table, const uint8_t* data, const uint8_t* k
   {
     ResetOnExit reset(s);
     BindKeys(s, t, keys, 1);
-    sqlite3_bind_blob(s, static_cast<int>(n + 1), data, static_cast<int>(t->shape.record_length),
-                      SQLITE_STATIC);
+    sqlite3_bind_blob(s, static_cast<int>(n + 1), data,
+                      StoredLength(data, t->shape.record_length), SQLITE_STATIC);
     int rc = sqlite3_step(s);
     if (rc != SQLITE_DONE) return Fail(rc);
   }
@@ -862,7 +871,7 @@ Status SqliteBackend::Update(Table* table, int32_t pos, int64_t version, const u
     ResetOnExit reset(s);
     sqlite3_bind_int64(s, 1, pos);
     sqlite3_bind_int64(s, 2, version);
-    sqlite3_bind_blob(s, 3, data, static_cast<int>(t->shape.record_length), SQLITE_STATIC);
+    sqlite3_bind_blob(s, 3, data, StoredLength(data, t->shape.record_length), SQLITE_STATIC);
     BindKeys(s, t, keys, 4);
     int rc = sqlite3_step(s);
     if (rc != SQLITE_DONE) return Fail(rc);
@@ -927,7 +936,7 @@ Status SqliteBackend::Restore(Table* table, int32_t pos, int64_t version, const 
   ResetOnExit reset(s);
   sqlite3_bind_int64(s, 1, pos);
   sqlite3_bind_int64(s, 2, version);
-  sqlite3_bind_blob(s, 3, data, static_cast<int>(t->shape.record_length), SQLITE_STATIC);
+  sqlite3_bind_blob(s, 3, data, StoredLength(data, t->shape.record_length), SQLITE_STATIC);
   BindKeys(s, t, keys, 4);
   int rc = sqlite3_step(s);
   if (rc != SQLITE_DONE) return Fail(rc);
