@@ -29,7 +29,7 @@ constexpr int64_t kScanIdleLimitNs = 100'000'000;
 // A walk's first page is small (a look-up is often followed by a step or two); each
 // further page is larger, up to a few hundred rows per round trip.
 constexpr int kFirstPageRows = 16;
-constexpr int kMaxPageRows = 512;
+constexpr int kMaxPageRows = 4096;
 // How long a refused lock is asked for again (see PgBackend::Acquire).
 constexpr int64_t kLockGraceNs = 30'000'000;
 
@@ -79,6 +79,11 @@ using Result = std::unique_ptr<PGresult, ResultDeleter>;
 // caller's and must outlive the call.
 class Params {
  public:
+  Params() = default;
+  // The values point into the object itself: it stays where it was made.
+  Params(const Params&) = delete;
+  Params& operator=(const Params&) = delete;
+
   Params& Int(int64_t v) {
     std::array<char, 24>& buf = numbers_[used_++];
     auto [end, ec] = std::to_chars(buf.data(), buf.data() + buf.size() - 1, v);
@@ -109,7 +114,7 @@ class Params {
   const int* formats() const { return formats_.data(); }
 
  private:
-  std::array<std::array<char, 24>, 6> numbers_;
+  std::array<std::array<char, 24>, 6> numbers_;  // no statement here takes more numbers
   int used_ = 0;
   std::vector<const char*> values_;
   std::vector<int> lengths_;
@@ -120,6 +125,10 @@ class Params {
 struct Prepared {
   std::string name;  // empty until prepared
 };
+
+// The server's clock, in nanoseconds since the epoch: the change time of files, the same
+// for every machine that serves the company.
+constexpr const char* kServerNowNs = "(extract(epoch FROM clock_timestamp()) * 1000000000)::bigint";
 
 struct PgTable final : Table {
   explicit PgTable(const TableShape& s) : shape(s) {
@@ -141,13 +150,18 @@ struct PgTable final : Table {
 };
 
 // Rows fetched ahead for one walk: positions, versions, keys and records side by side.
+// Rows fetched ahead for one walk, kept as the server sent them (pos, ver, [key], [record]).
 struct Page {
-  std::vector<int32_t> pos;
-  std::vector<int64_t> ver;
-  std::vector<uint8_t> keys;
-  std::vector<uint8_t> data;
-  size_t next = 0;
+  Result rows;
+  int count = 0;
+  int next = 0;
   bool last = false;  // the server had no more rows that way
+  bool used_up() const { return next >= count; }
+  int32_t LastPos() const { return Int4At(rows.get(), count - 1, 0); }
+  // The last row's key bytes (the third column of a walk along a key).
+  const uint8_t* LastKey() const {
+    return reinterpret_cast<const uint8_t*>(PQgetvalue(rows.get(), count - 1, 2));
+  }
 };
 
 struct Cursor {
@@ -223,6 +237,17 @@ class PgBackend final : public Backend {
   // Runs a prepared statement (prepared from sql first when it is not yet); answers 0 with
   // *out holding its rows, or the failure (see Failure).
   Status Run(Prepared* p, const std::string& sql, const Params& params, Result* out);
+  // Several statements sent together and answered in one round trip (libpq's pipeline);
+  // answers 0, or the first one's failure (a transaction it aborted is rolled back).
+  struct Piped {
+    Prepared* stmt;
+    const std::string& sql;
+    const Params* params;
+  };
+  Status RunPiped(const Piped* steps, size_t n);
+  std::string TouchSql() const {
+    return "UPDATE " + schema_ + "._files SET changed_ns = " + kServerNowNs + " WHERE id = $1";
+  }
   Status RunSql(Prepared* p, const std::string& sql, const Params& params) {
     Result ignored;
     return Run(p, sql, params, &ignored);
@@ -248,6 +273,7 @@ class PgBackend final : public Backend {
   std::string schema_;         // quoted
   int32_t company_key_ = 0;    // the schema's number: the first part of its lock keys
   uint64_t generation_ = 1;
+  std::vector<int64_t> pending_touches_;  // files to stamp at the commit
   int next_statement_ = 0;
   struct Catalogue {
     Prepared find, insert, erase, touch, begin, commit, rollback, writer, timeout;
@@ -554,10 +580,6 @@ Status PgBackend::Init(const std::string& schema, bool create) {
   return st;
 }
 
-// The server's clock, in nanoseconds since the epoch: the change time of files, the same
-// for every machine that serves the company.
-constexpr const char* kServerNowNs = "(extract(epoch FROM clock_timestamp()) * 1000000000)::bigint";
-
 Status PgBackend::FindFile(const std::string& name, FileEntry* out) {
   Result r;
   Status st = Run(&cat_.find,
@@ -640,10 +662,64 @@ Status PgBackend::DropFile(int64_t id) {
 
 Status PgBackend::TouchFile(int64_t id) {
   // The time is the server's: the machines that share a company need not agree on theirs.
+  // Inside a transaction the stamps go to the server with its commit, in one round trip.
   Changed();
-  return RunSql(&cat_.touch,
-                "UPDATE " + schema_ + "._files SET changed_ns = " + kServerNowNs + " WHERE id = $1",
-                Params().Int(id));
+  if (InTransaction()) {
+    if (std::find(pending_touches_.begin(), pending_touches_.end(), id) == pending_touches_.end()) {
+      pending_touches_.push_back(id);
+    }
+    return kStatusOk;
+  }
+  return RunSql(&cat_.touch, TouchSql(), Params().Int(id));
+}
+
+Status PgBackend::RunPiped(const Piped* steps, size_t n) {
+  if (broken_) return kStatusIoError;
+  for (size_t i = 0; i < n; ++i) {
+    Status st = Prepare(steps[i].stmt, steps[i].sql);
+    if (st != kStatusOk) return st;
+  }
+  if (PQenterPipelineMode(conn_) != 1) {
+    // Not possible here (nothing else is under way): one statement after another.
+    for (size_t i = 0; i < n; ++i) {
+      Status st = RunSql(steps[i].stmt, steps[i].sql, *steps[i].params);
+      if (st != kStatusOk) return st;
+    }
+    return kStatusOk;
+  }
+  bool sent = true;
+  for (size_t i = 0; sent && i < n; ++i) {
+    const Params& p = *steps[i].params;
+    sent = PQsendQueryPrepared(conn_, steps[i].stmt->name.c_str(), p.size(), p.values(),
+                               p.lengths(), p.formats(), 1) == 1;
+  }
+  sent = sent && PQpipelineSync(conn_) == 1;
+  Status first = kStatusOk;
+  // Every statement's result, each followed by a null, then the sync's.
+  for (size_t i = 0; sent && i < n; ++i) {
+    Result r(PQgetResult(conn_));
+    if (r == nullptr) {
+      sent = false;
+      break;
+    }
+    const ExecStatusType status = PQresultStatus(r.get());
+    if (status == PGRES_FATAL_ERROR && first == kStatusOk) {
+      first = StatusFromSqlState(PQresultErrorField(r.get(), PG_DIAG_SQLSTATE));
+    }
+    while (Result(PQgetResult(conn_)) != nullptr) {
+    }
+  }
+  if (sent) {
+    Result sync(PQgetResult(conn_));
+    sent = sync != nullptr && PQresultStatus(sync.get()) == PGRES_PIPELINE_SYNC;
+  }
+  if (!sent || PQexitPipelineMode(conn_) != 1 || PQstatus(conn_) == CONNECTION_BAD) {
+    broken_ = true;
+    cursors_.clear();
+    return kStatusIoError;
+  }
+  if (first != kStatusOk && PQtransactionStatus(conn_) == PQTRANS_INERROR) Rollback();
+  return first;
 }
 
 Table* PgBackend::AttachTable(const TableShape& shape) {
@@ -668,26 +744,43 @@ Status PgBackend::Begin() {
   Changed();
   if (broken_) return kStatusIoError;
   if (busy_pending_) ApplyBusyWait();
-  Status st = RunSql(&cat_.begin, "BEGIN", Params());
-  if (st != kStatusOk) return st;
+  pending_touches_.clear();
   // Writers of a company take turns, as the library reads "highest + 1" inside its batches;
-  // the server queues them in the order they asked and gives up after lock_timeout.
+  // the server queues them in the order they asked and gives up after lock_timeout. The
+  // begin and the turn go to the server together.
   const auto [k1, k2] = LockKey(LockSpace::kFiles, 0);
-  st = RunSql(&cat_.writer, "SELECT pg_advisory_xact_lock($1::integer, $2::integer)",
-              Params().Int(k1).Int(k2));
+  Params none, key;
+  key.Int(k1).Int(k2);
+  const std::string begin = "BEGIN";
+  const std::string lock = "SELECT pg_advisory_xact_lock($1::integer, $2::integer)";
+  const Piped steps[] = {{&cat_.begin, begin, &none}, {&cat_.writer, lock, &key}};
+  Status st = RunPiped(steps, 2);
   if (st != kStatusOk && InTransaction()) Rollback();
   return st;
 }
 
 Status PgBackend::Commit() {
   Changed();
-  Status st = RunSql(&cat_.commit, "COMMIT", Params());
+  // The files' change stamps and the commit in one round trip.
+  std::vector<Params> ids(pending_touches_.size());
+  std::vector<Piped> steps;
+  const std::string touch = TouchSql();
+  const std::string commit = "COMMIT";
+  for (size_t i = 0; i < pending_touches_.size(); ++i) {
+    ids[i].Int(pending_touches_[i]);
+    steps.push_back({&cat_.touch, touch, &ids[i]});
+  }
+  Params none;
+  steps.push_back({&cat_.commit, commit, &none});
+  pending_touches_.clear();
+  Status st = RunPiped(steps.data(), steps.size());
   if (busy_pending_ && !InTransaction()) ApplyBusyWait();
   return st;
 }
 
 void PgBackend::Rollback() {
   Changed();
+  pending_touches_.clear();
   if (broken_ || PQtransactionStatus(conn_) == PQTRANS_IDLE) return;
   if (cat_.rollback.name.empty() && Prepare(&cat_.rollback, "ROLLBACK") != kStatusOk) {
     Result r(PQexec(conn_, "ROLLBACK"));  // an aborted transaction refuses the Parse
@@ -770,14 +863,12 @@ Status PgBackend::Seek(Table* table, int slot, SeekOp op, const uint8_t* key, in
         cursors_.erase(scan_owner);
         return st;
       }
-    } else if (c->page.next >= c->page.pos.size()) {
+    } else if (c->page.used_up()) {
       if (c->page.last) return kStatusEndOfFile;
-      const size_t last = c->page.pos.size() - 1;
-      std::vector<uint8_t> from(
-          c->page.keys.begin() + static_cast<ptrdiff_t>(last * key_len),
-          c->page.keys.begin() + static_cast<ptrdiff_t>((last + 1) * key_len));
+      // The next page starts after the last row of this one, whose bytes stay alive until
+      // the next page has come.
       c->limit = std::min(c->limit * 4, kMaxPageRows);
-      Status st = FetchPage(c, from.data(), c->page.pos[last]);
+      Status st = FetchPage(c, c->page.LastKey(), c->page.LastPos());
       if (st != kStatusOk) {
         cursors_.erase(scan_owner);
         return st;
@@ -874,46 +965,18 @@ Status PgBackend::FetchPage(Cursor* c, const uint8_t* key, int32_t pos) {
   Status st = Run(stmt, sql, params, &r);
   if (st != kStatusOk) return st;
   Page& page = c->page;
-  page.pos.clear();
-  page.ver.clear();
-  page.keys.clear();
-  page.data.clear();
+  page.rows = std::move(r);
+  page.count = PQntuples(page.rows.get());
   page.next = 0;
-  const int rows = PQntuples(r.get());
-  page.last = rows < c->limit;
-  const size_t key_len = c->slot >= 0 ? t->shape.key_lengths[static_cast<size_t>(c->slot)] : 0;
-  const bool with_data = !c->key_only;
-  page.keys.resize(key_len * static_cast<size_t>(rows));
-  if (with_data) page.data.resize(size_t{t->shape.record_length} * static_cast<size_t>(rows));
-  for (int i = 0; i < rows; ++i) {
-    RowOut row;
-    row.key = key_len != 0 ? page.keys.data() + key_len * static_cast<size_t>(i) : nullptr;
-    row.data = with_data
-                   ? page.data.data() + size_t{t->shape.record_length} * static_cast<size_t>(i)
-                   : nullptr;
-    st = FillRow(t, c->slot, r.get(), i, &row);
-    if (st != kStatusOk) return st;
-    page.pos.push_back(row.pos);
-    page.ver.push_back(row.version);
-  }
+  page.last = page.count < c->limit;
   return kStatusOk;
 }
 
 Status PgBackend::TakeRow(Cursor* c, RowOut* out) {
   Page& page = c->page;
-  if (page.next >= page.pos.size()) return kStatusEndOfFile;
-  const size_t i = page.next++;
-  const PgTable* t = c->table;
-  if (c->slot >= 0 && out->key != nullptr) {
-    const size_t len = t->shape.key_lengths[static_cast<size_t>(c->slot)];
-    std::memcpy(out->key, page.keys.data() + len * i, len);
-  }
-  if (out->data != nullptr) {
-    std::memcpy(out->data, page.data.data() + size_t{t->shape.record_length} * i,
-                t->shape.record_length);
-  }
-  out->pos = page.pos[i];
-  out->version = page.ver[i];
+  if (page.used_up()) return kStatusEndOfFile;
+  Status st = FillRow(c->table, c->slot, page.rows.get(), page.next++, out);
+  if (st != kStatusOk) return st;
   c->last_pos = out->pos;
   return kStatusOk;
 }
@@ -960,9 +1023,9 @@ Status PgBackend::Step(Table* table, int32_t pos, bool forward, RowOut* out) {
     c->generation = generation_;
     c->limit = kFirstPageRows;
     st = FetchPage(c, nullptr, pos);
-  } else if (c->page.next >= c->page.pos.size() && !c->page.last) {
+  } else if (c->page.used_up() && !c->page.last) {
     c->limit = std::min(c->limit * 4, kMaxPageRows);
-    st = FetchPage(c, nullptr, c->page.pos.back());
+    st = FetchPage(c, nullptr, c->page.LastPos());
   }
   if (st != kStatusOk) {
     cursors_.erase(key);
