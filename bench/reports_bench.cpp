@@ -288,8 +288,10 @@ void BuildBook(Book& book) {
   std::error_code renamed;
   std::filesystem::rename(partial, book.dir, renamed);
   Check(!renamed && BookComplete(book, book.dir), "checking the new book");
-  std::fprintf(stderr, "reports_bench: made in %.0f s, verified in %.0f s\n", made.seconds,
-               verified.seconds);
+  std::fprintf(stderr,
+               "reports_bench: made in %.0f s (peak %.1f MB), verified in %.0f s (peak %.1f MB)\n",
+               made.seconds, static_cast<double>(made.peak_kb) / 1024, verified.seconds,
+               static_cast<double>(verified.peak_kb) / 1024);
 }
 
 bool InYear(const Book& book, const DatesType& date) { return DateInRange(book.year, date) == 0; }
