@@ -234,8 +234,9 @@ class PgBackend final : public Backend {
  private:
   // Prepares p from sql unless done; answers 0 or the failure.
   Status Prepare(Prepared* p, const std::string& sql);
-  // Runs a prepared statement (prepared from sql first when it is not yet); answers 0 with
-  // *out holding its rows, or the failure (see Failure).
+  // Runs a prepared statement (prepared from sql first when it is not yet; p null: sql run
+  // once as the unnamed statement); answers 0 with *out holding its rows, or the failure
+  // (see Failure).
   Status Run(Prepared* p, const std::string& sql, const Params& params, Result* out);
   // Several statements sent together and answered in one round trip (libpq's pipeline);
   // answers 0, or the first one's failure (a transaction it aborted is rolled back).
@@ -279,7 +280,9 @@ class PgBackend final : public Backend {
     Prepared find, insert, erase, touch, begin, commit, rollback, writer, timeout;
   } cat_;
   std::vector<std::array<Prepared, 3>> savepoints_;  // by level - 1: begin, release, undo
-  std::vector<std::unique_ptr<PgTable>> tables_;
+  // The tables attached now or before, by file id: a file opened again finds its
+  // statements prepared, and the session's prepared statements do not grow with every open.
+  std::unordered_map<int64_t, std::unique_ptr<PgTable>> tables_;
   std::unordered_map<uint64_t, Cursor> cursors_;
 
   struct Owners {
@@ -513,10 +516,17 @@ Status PgBackend::Prepare(Prepared* p, const std::string& sql) {
 
 Status PgBackend::Run(Prepared* p, const std::string& sql, const Params& params, Result* out) {
   if (broken_) return kStatusIoError;
-  Status st = Prepare(p, sql);
-  if (st != kStatusOk) return st;
-  out->reset(PQexecPrepared(conn_, p->name.c_str(), params.size(), params.values(),
+  if (p == nullptr) {
+    // A statement run once (the making and dropping of tables): the unnamed one, which
+    // the server forgets at the next.
+    out->reset(PQexecParams(conn_, sql.c_str(), params.size(), nullptr, params.values(),
                             params.lengths(), params.formats(), 1));
+  } else {
+    Status st = Prepare(p, sql);
+    if (st != kStatusOk) return st;
+    out->reset(PQexecPrepared(conn_, p->name.c_str(), params.size(), params.values(),
+                              params.lengths(), params.formats(), 1));
+  }
   const ExecStatusType status = PQresultStatus(out->get());
   if (status != PGRES_COMMAND_OK && status != PGRES_TUPLES_OK) return Failure(out->get());
   return kStatusOk;
@@ -547,19 +557,17 @@ Status PgBackend::Init(const std::string& schema, bool create) {
   PQfreemem(quoted);
   Status st = ApplyBusyWait();
   if (st != kStatusOk) return st;
-  Prepared find_schema;
+  const std::string find_schema = "SELECT oid FROM pg_catalog.pg_namespace WHERE nspname = $1";
   Result r;
-  st = Run(&find_schema, "SELECT oid FROM pg_catalog.pg_namespace WHERE nspname = $1",
-           Params().Text(schema), &r);
+  st = Run(nullptr, find_schema, Params().Text(schema), &r);
   if (st != kStatusOk) return st;
   if (PQntuples(r.get()) == 0) {
     if (!create) return kStatusFileNotFound;
     // Two processes may make the same company at once: the loser's CREATE fails on the
     // name, and the schema is there all the same.
-    Prepared make;
-    st = RunSql(&make, "CREATE SCHEMA IF NOT EXISTS " + schema_, Params());
+    st = RunSql(nullptr, "CREATE SCHEMA IF NOT EXISTS " + schema_, Params());
     if (st != kStatusOk && st != kStatusDuplicateKey) return st;
-    st = Run(&find_schema, "", Params().Text(schema), &r);
+    st = Run(nullptr, find_schema, Params().Text(schema), &r);
     if (st != kStatusOk) return st;
     if (PQntuples(r.get()) == 0) return kStatusIoError;
   }
@@ -568,8 +576,7 @@ Status PgBackend::Init(const std::string& schema, bool create) {
   std::memcpy(&oid, PQgetvalue(r.get(), 0, 0), 4);
   company_key_ = static_cast<int32_t>(be32toh(oid));
   if (create) {
-    Prepared make;
-    st = RunSql(&make,
+    st = RunSql(nullptr,
                 "CREATE TABLE IF NOT EXISTS " + schema_ +
                     "._files(id bigserial PRIMARY KEY, name text NOT NULL UNIQUE, "
                     "record_length integer NOT NULL, page_size integer NOT NULL, "
@@ -626,14 +633,12 @@ Status PgBackend::CreateFile(const FileEntry& entry, const TableShape& shape, in
     sql += Numbered(", k", static_cast<int64_t>(i)) + " bytea NOT NULL";
   }
   sql += ", data bytea NOT NULL)";
-  Prepared make;
-  st = RunSql(&make, sql, Params());
+  st = RunSql(nullptr, sql, Params());
   for (size_t i = 0; st == kStatusOk && i < shape.key_lengths.size(); ++i) {
     // Ordered by the key's bytes and then the position, so duplicates come in insertion
     // order; a unique key's index is on its bytes alone, so that it refuses repeats.
     const std::string column = Numbered("k", static_cast<int64_t>(i));
-    Prepared index;
-    st = RunSql(&index,
+    st = RunSql(nullptr,
                 std::string("CREATE ") + (shape.unique[i] ? "UNIQUE " : "") + "INDEX " +
                     Numbered("f", *id) + "_" + column + " ON " + table + "(" + column +
                     (shape.unique[i] ? ")" : ", pos)"),
@@ -644,18 +649,15 @@ Status PgBackend::CreateFile(const FileEntry& entry, const TableShape& shape, in
 
 Status PgBackend::DropFile(int64_t id) {
   Changed();
-  for (auto it = tables_.begin(); it != tables_.end();) {
-    if ((*it)->shape.id == id) {
-      for (auto c = cursors_.begin(); c != cursors_.end();) {
-        c = c->second.table == it->get() ? cursors_.erase(c) : std::next(c);
-      }
-      it = tables_.erase(it);
-    } else {
-      ++it;
+  auto it = tables_.find(id);
+  if (it != tables_.end()) {
+    for (auto c = cursors_.begin(); c != cursors_.end();) {
+      c = c->second.table == it->second.get() ? cursors_.erase(c) : std::next(c);
     }
+    // Its statements stay prepared in the session, unused: dropping a file is rare.
+    tables_.erase(it);
   }
-  Prepared drop;
-  Status st = RunSql(&drop, "DROP TABLE IF EXISTS " + schema_ + Numbered(".f", id), Params());
+  Status st = RunSql(nullptr, "DROP TABLE IF EXISTS " + schema_ + Numbered(".f", id), Params());
   if (st != kStatusOk) return st;
   return RunSql(&cat_.erase, "DELETE FROM " + schema_ + "._files WHERE id = $1", Params().Int(id));
 }
@@ -723,20 +725,18 @@ Status PgBackend::RunPiped(const Piped* steps, size_t n) {
 }
 
 Table* PgBackend::AttachTable(const TableShape& shape) {
-  tables_.push_back(std::make_unique<PgTable>(shape));
-  tables_.back()->name = schema_ + Numbered(".f", shape.id);
-  return tables_.back().get();
+  std::unique_ptr<PgTable>& table = tables_[shape.id];
+  if (table == nullptr) {
+    table = std::make_unique<PgTable>(shape);
+    table->name = schema_ + Numbered(".f", shape.id);
+  }
+  return table.get();
 }
 
 void PgBackend::DetachTable(Table* table) {
+  // The table stays known with its statements (a file's id is never reused).
   for (auto c = cursors_.begin(); c != cursors_.end();) {
     c = c->second.table == table ? cursors_.erase(c) : std::next(c);
-  }
-  for (auto it = tables_.begin(); it != tables_.end(); ++it) {
-    if (it->get() == table) {
-      tables_.erase(it);
-      return;
-    }
   }
 }
 
