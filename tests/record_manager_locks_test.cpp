@@ -74,6 +74,15 @@ TEST_P(LockTest, OtherProcessesLocksAndBatchesHoldUntilTheyDie) {
             (Ints{0, 84, 0, 0, 1, 0}));
   // A handle inherited through fork belongs to the parent: the child must open its own.
   EXPECT_EQ(RunInChild([&] { return Read(f_, 1, kLockBiasNone); }), kStatusNotOpen);
+  // Closing the child's copy lets go of nothing of the parent's (nor, on a server, touches
+  // the parent's connection).
+  EXPECT_EQ((Ints{Read(f_, 1), RunInChild([&] {
+                    BtrvFile* copy = f_;
+                    Close(copy);
+                    return 0;
+                  }),
+                  ChildRead(1), Read(f_, 1, kLockBiasNone), UnlockOneRecord(f_)}),
+            (Ints{0, 0, 84, 0, 1}));
   // A child holding a lock on 3, killed, leaves no lock behind.
   ChildProcess holder([&] {
     BtrvFile* g = TryOpen("MASTER.DAT");

@@ -306,9 +306,14 @@ int RealCloseFile(BtrvFile** f, const char* /*src_file*/, int /*src_line*/) {
     if (it != list.handles.end()) list.handles.erase(it);
   }
   State* s = handle->state();
-  // A handle inherited through fork shares its lock descriptor with the parent, whose
-  // locks stay: closing the child's copy releases nothing of them.
-  if (s != nullptr && s->pid == rm::ThisProcess()) LetGo(s);
+  // A handle inherited through fork shares its locks with the parent, whose locks stay:
+  // closing the child's copy releases nothing of them. A served store's locks live in the
+  // parent's connection, which the child must not touch, so they are forgotten unreleased.
+  if (s != nullptr && s->pid == rm::ThisProcess()) {
+    LetGo(s);
+  } else if (s != nullptr) {
+    (void)s->locks.release();
+  }
   BtrvFileFactory::Destroy(handle);
   return 1;
 }

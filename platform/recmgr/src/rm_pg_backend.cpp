@@ -993,13 +993,6 @@ Status PgBackend::ReadAt(Table* table, int32_t pos, int slot, RowOut* out) {
   Status st = Run(&stmt, sql, Params().Int(pos), &r);
   if (st != kStatusOk) return st;
   if (PQntuples(r.get()) == 0) return kStatusBadPosition;
-  if (out->data == nullptr) {
-    // Reads the record's place only; the caller did not want the record.
-    RowOut row = *out;
-    return FillRow(t, with_key ? slot : -1, r.get(), 0, &row) == kStatusOk
-               ? (out->pos = row.pos, out->version = row.version, Status{kStatusOk})
-               : Status{kStatusIoError};
-  }
   return FillRow(t, with_key ? slot : -1, r.get(), 0, out);
 }
 
@@ -1066,14 +1059,19 @@ Status PgBackend::Insert(Table* table, const uint8_t* data, const uint8_t* keys,
   std::string sql;
   if (t->insert.name.empty()) {
     // A repeat on a unique key inserts nothing instead of failing: a failed statement
-    // would abort the whole transaction, and a batch goes on after a duplicate.
+    // would abort the whole transaction, and a batch goes on after a duplicate. A file
+    // without a unique key cannot have a repeat (positions come from the table's own
+    // sequence), so its inserts skip the check.
     sql = "INSERT INTO " + t->name + "(ver, data";
     std::string values = "VALUES(1, $1";
     for (size_t i = 0; i < n; ++i) {
       sql += Numbered(", k", static_cast<int64_t>(i));
       values += Numbered(", $", static_cast<int64_t>(i + 2));
     }
-    sql += ") " + values + ") ON CONFLICT DO NOTHING RETURNING pos";
+    const bool any_unique =
+        std::find(t->shape.unique.begin(), t->shape.unique.end(), true) != t->shape.unique.end();
+    sql +=
+        ") " + values + (any_unique ? ") ON CONFLICT DO NOTHING RETURNING pos" : ") RETURNING pos");
   }
   Params params;
   params.Bytes(data, t->shape.record_length);
