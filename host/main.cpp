@@ -338,8 +338,8 @@ std::string AbsolutePath(const char* name) {
 
 // Where the companies of a --server run live on this machine: a private working directory,
 // made at the start and removed at the end, under which each company's directory is served
-// from the schema of the same name. The directory itself only ever holds the lock file that
-// marks a company open in this process; the data files are tables on the server.
+// from the schema of the same name. It exists because opening a company makes the company's
+// directory current; the company itself is kept on the server.
 struct ServerRun {
   std::string conninfo;
   std::string root;  // the private working directory; empty before Start
@@ -455,7 +455,8 @@ int main(int argc, char** argv) {
     return UsageError();
   }
   if (arg + 1 >= argc || argv[arg + 1][0] == '-') {
-    std::fprintf(stderr, "basics: %s wants one directory\n", command->name);
+    std::fprintf(stderr, "basics: %s wants one %s\n", command->name,
+                 on_server ? "company" : "directory");
     return UsageError();
   }
   int first_option = arg + 2;
@@ -463,8 +464,8 @@ int main(int argc, char** argv) {
   const bool second_given = arg + 2 < argc && argv[arg + 2][0] != '-';
   if (command->argument != nullptr && (second_given || !command->argument_optional)) {
     if (!second_given) {
-      std::fprintf(stderr, "basics: %s wants a directory and %s\n", command->name,
-                   command->argument);
+      std::fprintf(stderr, "basics: %s wants a %s and %s\n", command->name,
+                   on_server ? "company" : "directory", command->argument);
       return UsageError();
     }
     second = argv[arg + 2];
