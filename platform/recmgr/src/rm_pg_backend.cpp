@@ -246,8 +246,10 @@ class PgBackend final : public Backend {
     const Params* params;
   };
   Status RunPiped(const Piped* steps, size_t n);
+  // Stamps every file of a list ("{3,4}") at once.
   std::string TouchSql() const {
-    return "UPDATE " + schema_ + "._files SET changed_ns = " + kServerNowNs + " WHERE id = $1";
+    return "UPDATE " + schema_ + "._files SET changed_ns = " + kServerNowNs +
+           " WHERE id = ANY($1::bigint[])";
   }
   Status RunSql(Prepared* p, const std::string& sql, const Params& params) {
     Result ignored;
@@ -672,7 +674,8 @@ Status PgBackend::TouchFile(int64_t id) {
     }
     return kStatusOk;
   }
-  return RunSql(&cat_.touch, TouchSql(), Params().Int(id));
+  const std::string ids = "{" + std::to_string(id) + "}";
+  return RunSql(&cat_.touch, TouchSql(), Params().Text(ids));
 }
 
 Status PgBackend::RunPiped(const Piped* steps, size_t n) {
@@ -761,19 +764,22 @@ Status PgBackend::Begin() {
 
 Status PgBackend::Commit() {
   Changed();
-  // The files' change stamps and the commit in one round trip.
-  std::vector<Params> ids(pending_touches_.size());
-  std::vector<Piped> steps;
+  // The files' change stamps (one statement for all of them) and the commit in one round
+  // trip.
+  std::string list = "{";
+  for (int64_t id : pending_touches_) {
+    if (list.size() > 1) list += ',';
+    list += std::to_string(id);
+  }
+  list += '}';
   const std::string touch = TouchSql();
   const std::string commit = "COMMIT";
-  for (size_t i = 0; i < pending_touches_.size(); ++i) {
-    ids[i].Int(pending_touches_[i]);
-    steps.push_back({&cat_.touch, touch, &ids[i]});
-  }
-  Params none;
-  steps.push_back({&cat_.commit, commit, &none});
+  Params ids, none;
+  ids.Text(list);
+  const Piped steps[] = {{&cat_.touch, touch, &ids}, {&cat_.commit, commit, &none}};
+  const bool any = !pending_touches_.empty();
   pending_touches_.clear();
-  Status st = RunPiped(steps.data(), steps.size());
+  Status st = RunPiped(any ? steps : steps + 1, any ? 2 : 1);
   if (busy_pending_ && !InTransaction()) ApplyBusyWait();
   return st;
 }
