@@ -8,6 +8,8 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+// The server's own client library, to do to the server what a program of ours never does.
+#include <postgresql/libpq-fe.h>
 
 #include "record_manager.h"
 #include "record_manager_test_support.h"
@@ -35,6 +37,15 @@ class ServerTest : public ::testing::Test {
     EXPECT_EQ(OpenHandleCount(), 0u);
   }
   std::string File(const std::string& name) const { return dir_ + "/" + name; }
+  // Runs sql on a connection of its own; answers whether it succeeded.
+  bool Exec(const std::string& sql) const {
+    PGconn* conn = PQconnectdb(conninfo_.c_str());
+    PGresult* r = PQexec(conn, sql.c_str());
+    const bool ok = PQresultStatus(r) == PGRES_COMMAND_OK || PQresultStatus(r) == PGRES_TUPLES_OK;
+    PQclear(r);
+    PQfinish(conn);
+    return ok;
+  }
 
   static int counter_;
   std::string conninfo_, dir_, schema_;
@@ -80,6 +91,11 @@ TEST_F(ServerTest, ServedDirectoryHoldsFilesTimesAndPassesTheCheck) {
 
   EXPECT_EQ(CheckStoreIntegrity(dir_.c_str(), 5, true, &problems), kStatusOk);
   EXPECT_TRUE(problems.empty());
+  // A key index gone from the server is told.
+  ASSERT_TRUE(Exec("DROP INDEX \"" + schema_ + "\".f1_k1"));
+  EXPECT_EQ(CheckStoreIntegrity(dir_.c_str(), 5, false, &problems), kStatusIoError);
+  ASSERT_EQ(problems.size(), 1u);
+  EXPECT_NE(problems[0].find("one.dat"), std::string::npos) << problems[0];
   EXPECT_EQ(FileDeleteWithLCK(File("TWO.DAT").c_str()), 1);
   EXPECT_EQ(_stat(File("TWO.DAT").c_str(), &after), -1);
   EXPECT_EQ(FileDeleteWithLCK(File("TWO.DAT").c_str()), 0);
@@ -119,6 +135,36 @@ TEST_F(ServerTest, CompanyMarkersAndSingleUserAccessHoldAcrossProcessesUntilThey
   closing.End();
   company.Close();
   EXPECT_EQ(rm::OpenStoreCount(), 0u);
+}
+
+TEST_F(ServerTest, LostConnectionAnswers2UntilTheStoreIsOpenedAgain) {
+  ASSERT_EQ(ZORServeDirectoryFromServer(dir_.c_str(),
+                                        (conninfo_ + " application_name=" + schema_).c_str(),
+                                        schema_.c_str(), nullptr),
+            0);
+  const FileSpec* spec = SpecBuilder(8).Key({{1, 4, kExtInteger}}).get();
+  ASSERT_NE(ZORCreateFile(spec, 0, File("ONE.DAT").c_str()), 0);
+  BtrvFile* f = nullptr;
+  ASSERT_NE(RealOpenBFile(&f, File("ONE.DAT").c_str(), kOpenModeNormal, 0, __FILE__, __LINE__), 0);
+  int32_t rec[2] = {1, 7};
+  ASSERT_NE(InsertRecord(f, sizeof rec, rec), 0);
+  // The server process of this test's connection, named by its application name.
+  ASSERT_TRUE(
+      Exec("SELECT pg_terminate_backend(pid) FROM pg_stat_activity WHERE "
+           "application_name = '" +
+           schema_ + "'"));
+  // Every call on the store now fails with 2, whatever it is.
+  f->NoLockMessageOnNextCall();
+  EXPECT_EQ(Why(GetFileEqual(f, 0, sizeof rec, rec, 0), f), kStatusIoError);
+  f->NoLockMessageOnNextCall();
+  EXPECT_EQ(Why(InsertRecord(f, sizeof rec, rec), f), kStatusIoError);
+  f->NoLockMessageOnNextCall();
+  EXPECT_EQ(Why(bBeginBatchUpdate(f), f), kStatusIoError);
+  RealCloseFile(&f, __FILE__, __LINE__);
+  // Once its last handle is closed, the next open connects afresh.
+  ASSERT_NE(RealOpenBFile(&f, File("ONE.DAT").c_str(), kOpenModeNormal, 0, __FILE__, __LINE__), 0);
+  EXPECT_EQ(Why(GetFileEqual(f, 0, sizeof rec, rec, 0), f), kStatusOk);
+  RealCloseFile(&f, __FILE__, __LINE__);
 }
 
 }  // namespace
