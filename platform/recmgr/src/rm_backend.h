@@ -128,6 +128,10 @@ class Backend {
   // highest + 1 read inside the transaction): they queue in about the order they asked,
   // and one that waits longer than the busy wait gets 85.
   virtual Status Begin() = 0;
+  // Begins the transaction of one write outside any batch. A backend may put the begin off
+  // until the write's first statement, so that both travel together; a begin that fails
+  // then shows as that statement's failure (85 for a writer kept waiting).
+  virtual Status BeginForOneWrite() { return Begin(); }
   virtual Status Commit() = 0;
   // Undoes the open transaction with every savepoint in it; a no-op when none is open.
   virtual void Rollback() = 0;

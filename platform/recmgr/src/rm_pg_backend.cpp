@@ -211,7 +211,9 @@ class PgBackend final : public Backend {
   Status Savepoint(int level) override;
   Status ReleaseSavepoint(int level) override;
   Status RollbackToSavepoint(int level) override;
+  Status BeginForOneWrite() override;
   bool InTransaction() override {
+    if (begin_pending_) return true;
     const PGTransactionStatusType t = PQtransactionStatus(conn_);
     return t == PQTRANS_INTRANS || t == PQTRANS_INERROR || t == PQTRANS_ACTIVE;
   }
@@ -245,7 +247,10 @@ class PgBackend final : public Backend {
     const std::string& sql;
     const Params* params;
   };
-  Status RunPiped(const Piped* steps, size_t n);
+  // last, when not null, receives the last statement's rows.
+  Status RunPiped(const Piped* steps, size_t n, Result* last = nullptr);
+  // Begins the transaction put off by BeginForOneWrite together with statement p.
+  Status RunAfterBegin(Prepared* p, const std::string& sql, const Params& params, Result* out);
   // Stamps every file of a list ("{3,4}") at once.
   std::string TouchSql() const {
     return "UPDATE " + schema_ + "._files SET changed_ns = " + kServerNowNs +
@@ -277,6 +282,7 @@ class PgBackend final : public Backend {
   int32_t company_key_ = 0;    // the schema's number: the first part of its lock keys
   uint64_t generation_ = 1;
   std::vector<int64_t> pending_touches_;  // files to stamp at the commit
+  bool begin_pending_ = false;            // BeginForOneWrite's begin, not yet sent
   int next_statement_ = 0;
   struct Catalogue {
     Prepared find, insert, erase, touch, begin, commit, rollback, writer, timeout;
@@ -518,6 +524,7 @@ Status PgBackend::Prepare(Prepared* p, const std::string& sql) {
 
 Status PgBackend::Run(Prepared* p, const std::string& sql, const Params& params, Result* out) {
   if (broken_) return kStatusIoError;
+  if (begin_pending_) return RunAfterBegin(p, sql, params, out);
   if (p == nullptr) {
     // A statement run once (the making and dropping of tables): the unnamed one, which
     // the server forgets at the next.
@@ -678,7 +685,7 @@ Status PgBackend::TouchFile(int64_t id) {
   return RunSql(&cat_.touch, TouchSql(), Params().Text(ids));
 }
 
-Status PgBackend::RunPiped(const Piped* steps, size_t n) {
+Status PgBackend::RunPiped(const Piped* steps, size_t n, Result* last) {
   if (broken_) return kStatusIoError;
   for (size_t i = 0; i < n; ++i) {
     Status st = Prepare(steps[i].stmt, steps[i].sql);
@@ -711,6 +718,7 @@ Status PgBackend::RunPiped(const Piped* steps, size_t n) {
     if (status == PGRES_FATAL_ERROR && first == kStatusOk) {
       first = StatusFromSqlState(PQresultErrorField(r.get(), PG_DIAG_SQLSTATE));
     }
+    if (last != nullptr && i == n - 1) *last = std::move(r);
     while (Result(PQgetResult(conn_)) != nullptr) {
     }
   }
@@ -762,8 +770,43 @@ Status PgBackend::Begin() {
   return st;
 }
 
+Status PgBackend::BeginForOneWrite() {
+  Changed();
+  if (broken_) return kStatusIoError;
+  if (busy_pending_) ApplyBusyWait();
+  pending_touches_.clear();
+  begin_pending_ = true;
+  return kStatusOk;
+}
+
+Status PgBackend::RunAfterBegin(Prepared* p, const std::string& sql, const Params& params,
+                                Result* out) {
+  begin_pending_ = false;
+  if (p == nullptr) {
+    // Statements run once are not sent ahead: the begin goes first on its own.
+    Status st = Begin();
+    return st != kStatusOk ? st : Run(p, sql, params, out);
+  }
+  const auto [k1, k2] = LockKey(LockSpace::kFiles, 0);
+  Params none, key;
+  key.Int(k1).Int(k2);
+  const std::string begin = "BEGIN";
+  const std::string lock = "SELECT pg_advisory_xact_lock($1::integer, $2::integer)";
+  const Piped steps[] = {
+      {&cat_.begin, begin, &none}, {&cat_.writer, lock, &key}, {p, sql, &params}};
+  Status st = RunPiped(steps, 3, out);
+  if (st != kStatusOk && InTransaction()) Rollback();
+  return st;
+}
+
 Status PgBackend::Commit() {
   Changed();
+  if (begin_pending_) {
+    // Nothing was written: there is nothing to commit.
+    begin_pending_ = false;
+    pending_touches_.clear();
+    return kStatusOk;
+  }
   // The files' change stamps (one statement for all of them) and the commit in one round
   // trip.
   std::string list = "{";
@@ -787,6 +830,7 @@ Status PgBackend::Commit() {
 void PgBackend::Rollback() {
   Changed();
   pending_touches_.clear();
+  begin_pending_ = false;
   if (broken_ || PQtransactionStatus(conn_) == PQTRANS_IDLE) return;
   if (cat_.rollback.name.empty() && Prepare(&cat_.rollback, "ROLLBACK") != kStatusOk) {
     Result r(PQexec(conn_, "ROLLBACK"));  // an aborted transaction refuses the Parse

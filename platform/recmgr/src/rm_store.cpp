@@ -324,7 +324,7 @@ Status WriteScope::Begin() {
     open_ = true;
     return kStatusOk;
   }
-  Status st = store_->Call().Begin();
+  Status st = store_->Call().BeginForOneWrite();
   if (st != kStatusOk) {
     if (store_->Call().InTransaction()) store_->Call().Rollback();
     return st;
