@@ -27,7 +27,7 @@ namespace {
 // handle see what other processes committed meanwhile.
 constexpr int64_t kScanIdleLimitNs = 100'000'000;
 // A walk's first page is small (a look-up is often followed by a step or two); each
-// further page is larger, up to a few hundred rows per round trip.
+// further page is larger, up to a few thousand rows per round trip.
 constexpr int kFirstPageRows = 16;
 constexpr int kMaxPageRows = 4096;
 // How long a refused lock is asked for again (see PgBackend::Acquire).
@@ -135,11 +135,9 @@ struct PgTable final : Table {
     seek.resize(s.key_lengths.size());
     page.resize(s.key_lengths.size());
     read_at_key.resize(s.key_lengths.size());
-    for (uint32_t len : s.key_lengths) total_key_length += len;
   }
   TableShape shape;
   std::string name;  // "schema".f<id>
-  uint32_t total_key_length = 0;
   // [slot][op][0 with the record, 1 key only]
   std::vector<std::array<std::array<Prepared, 2>, kSeekOpCount>> seek;
   // Pages of a walk: [slot][0 forward, 1 back][0 with the record, 1 key only]
@@ -149,7 +147,6 @@ struct PgTable final : Table {
   Prepared put_back, rewrite;
 };
 
-// Rows fetched ahead for one walk: positions, versions, keys and records side by side.
 // Rows fetched ahead for one walk, kept as the server sent them (pos, ver, [key], [record]).
 struct Page {
   Result rows;
@@ -279,7 +276,7 @@ class PgBackend final : public Backend {
   bool broken_ = false;
   bool busy_pending_ = false;  // the busy wait changed inside a transaction
   std::string schema_;         // quoted
-  int32_t company_key_ = 0;    // the schema's number: the first part of its lock keys
+  int32_t company_key_ = 0;    // the schema's number, mixed into every lock key
   uint64_t generation_ = 1;
   std::vector<int64_t> pending_touches_;  // files to stamp at the commit
   bool begin_pending_ = false;            // BeginForOneWrite's begin, not yet sent
@@ -328,6 +325,13 @@ class PgLocks final : public LockHolder {
       if (backend_->HeldByOther(space_, byte, this, true)) return LockResult::kConflict;
       backend_->Release(space_, byte, false);
       held_.erase(it);
+      const LockResult r = backend_->Acquire(space_, byte, true, this);
+      if (r == LockResult::kGranted) {
+        held_[byte] = true;
+      } else if (backend_->Acquire(space_, byte, false, this) == LockResult::kGranted) {
+        held_[byte] = false;  // kept as it was
+      }
+      return r;
     }
     const LockResult r = backend_->Acquire(space_, byte, true, this);
     if (r == LockResult::kGranted) held_[byte] = true;
