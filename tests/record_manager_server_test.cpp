@@ -67,8 +67,9 @@ TEST_F(ServerTest, ServedDirectoryHoldsFilesTimesAndPassesTheCheck) {
   std::vector<std::string> problems;
   // Nothing made yet: no schema, as a directory without records.db.
   EXPECT_EQ(CheckStoreIntegrity(dir_.c_str(), 5, false, &problems), kStatusFileNotFound);
+  SpecBuilder builder(8);
   const FileSpec* spec =
-      SpecBuilder(8).Key({{1, 4, kExtInteger}}).Key({{5, 4, kExtInteger}}, kKeyDuplicates).get();
+      builder.Key({{1, 4, kExtInteger}}).Key({{5, 4, kExtInteger}}, kKeyDuplicates).get();
   ASSERT_NE(ZORCreateFile(spec, 0, File("ONE.DAT").c_str()), 0) << GetErrorCode(nullptr);
   // Other spellings of the same directory name the same company.
   ASSERT_NE(ZORCreateFile(spec, 0, (dir_ + "/./sub/../TWO.DAT").c_str()), 0);
@@ -142,7 +143,8 @@ TEST_F(ServerTest, LostConnectionAnswers2UntilTheStoreIsOpenedAgain) {
                                         (conninfo_ + " application_name=" + schema_).c_str(),
                                         schema_.c_str(), nullptr),
             0);
-  const FileSpec* spec = SpecBuilder(8).Key({{1, 4, kExtInteger}}).get();
+  SpecBuilder builder(8);
+  const FileSpec* spec = builder.Key({{1, 4, kExtInteger}}).get();
   ASSERT_NE(ZORCreateFile(spec, 0, File("ONE.DAT").c_str()), 0);
   BtrvFile* f = nullptr;
   ASSERT_NE(RealOpenBFile(&f, File("ONE.DAT").c_str(), kOpenModeNormal, 0, __FILE__, __LINE__), 0);
