@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <set>
@@ -15,6 +16,7 @@
 #include <gtest/gtest.h>
 
 #include "record_manager.h"
+#include "record_manager_test_support.h"
 #include "scripted_messages.h"
 #include "temp_dir.h"
 #include "utility.h"
@@ -64,20 +66,52 @@ TEST(TempNames, UniqueInAPrivateDirectoryThatProcessesDoNotShare) {
   std::set<std::string> names;
   for (int i = 0; i < 300; ++i) names.insert(TempName("JRST"));
   EXPECT_EQ(names.size(), 300u);
-  const std::string first = *names.begin(), dir = DirOf(first);
-  EXPECT_EQ(first.substr(dir.size() + 1, 4), "JRST");
+  // Each name has a directory of its own inside the process's directory.
+  const std::string first = *names.begin(), home = DirOf(first), dir = DirOf(home);
+  EXPECT_EQ(first.substr(home.size() + 1, 4), "JRST");
+  EXPECT_EQ(home.substr(dir.size() + 1, 4), "JRST");
   struct stat info;
   ASSERT_EQ(::stat(dir.c_str(), &info), 0);
   EXPECT_EQ(info.st_mode & 0777, 0700u) << "private to the process's user";
-  EXPECT_NE(::stat(first.c_str(), &info), 0) << "only a name: nothing is created";
-  EXPECT_EQ(DirOf(TempName("../x/..\\y")), dir) << "a prefix cannot leave the directory";
+  ASSERT_EQ(::stat(home.c_str(), &info), 0);
+  EXPECT_EQ(info.st_mode & 0777, 0700u);
+  EXPECT_NE(::stat(first.c_str(), &info), 0) << "only a name: the file is not created";
+  EXPECT_EQ(DirOf(DirOf(TempName("../x/..\\y"))), dir) << "a prefix cannot leave the directory";
   EXPECT_EQ(ZOR_GetTempFileName("X", nullptr), 0);
   Child child([&dir](Child&) {
     std::string name = TempName("JRST");
-    ::rmdir(DirOf(name).c_str());  // the child is killed: no clean-up at exit
-    return DirOf(name) != dir ? 'y' : 'n';
+    // The child is killed: no clean-up at exit.
+    std::filesystem::remove_all(DirOf(DirOf(name)));
+    return DirOf(DirOf(name)) != dir ? 'y' : 'n';
   });
   EXPECT_EQ(child.Receive(), 'y') << "a forked child gets a directory of its own";
+}
+
+// A temporary data file goes with its directory when deleted, once nothing holds it open;
+// while a handle has it open, deleting it is refused as for any data file.
+TEST(TempNames, ATemporaryDataFileIsDeletedWithItsDirectory) {
+  char name[kMaxPathName];
+  ASSERT_EQ(ZOR_GetTempFileName("JRST", name), 1);
+  const std::string home = DirOf(name);
+  ASSERT_NE(ZORCreateFile(rmtest::SpecBuilder(64).Key({{1, 4, kExtInteger}}).get(), 0, name), 0);
+  BtrvFile* file = nullptr;
+  ASSERT_NE(RealOpenBFile(&file, name, kOpenModeExclusive, 0, __FILE__, __LINE__), 0);
+  char record[64] = {1};
+  ASSERT_NE(InsertRecord(file, sizeof record, record), 0);
+  EXPECT_EQ(FileDeleteWithLCK(name), 0) << "open in this process";
+  EXPECT_TRUE(ZORDataFileExists(name, nullptr));
+  RealCloseFile(&file, __FILE__, __LINE__);
+  EXPECT_EQ(FileDeleteWithLCK(name), 1);
+  EXPECT_FALSE(ZORDataFileExists(name, nullptr));
+  struct stat info;
+  EXPECT_NE(::stat(home.c_str(), &info), 0) << "the directory went with it";
+  EXPECT_EQ(FileDeleteWithLCK(name), 0) << "nothing left to delete";
+
+  // An ordinary file under a temporary name takes its directory with it too.
+  ASSERT_EQ(ZOR_GetTempFileName("TXT", name), 1);
+  std::ofstream(name) << "x";
+  EXPECT_EQ(FileDeleteWithLCK(name), 1);
+  EXPECT_NE(::stat(DirOf(name).c_str(), &info), 0);
 }
 
 TEST(OrdinaryFiles, StatusAndDeletion) {

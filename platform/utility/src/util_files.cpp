@@ -1,4 +1,5 @@
-// Files of the utility library: temporary names in a private directory of the process,
+// Files of the utility library: temporary names in a private directory of the process
+// (each in a directory of its own, so that a temporary data file has a store of its own),
 // deletion and status of data files (through the record manager) and ordinary files, the
 // company-open marker and single-user access (byte-range locks on the company's lock
 // file), and the standard file-name and owner-name globals. Thread-safe; lock objects
@@ -28,6 +29,7 @@
 #include <filesystem>
 #include <map>
 #include <mutex>
+#include <set>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -102,6 +104,7 @@ struct TempState {
   pid_t owner = 0;
   uint32_t counter = 0;
   bool cleanup_registered = false;
+  std::set<std::string> names;  // directories made for one temporary name each
 };
 
 // Never destroyed: the exit handler below still reads it.
@@ -132,6 +135,7 @@ bool TempDirectory(TempState& state, std::string& dir) {
     state.dir = pattern;
     state.owner = getpid();
     state.counter = 0;
+    state.names.clear();
     if (!state.cleanup_registered) {
       state.cleanup_registered = std::atexit(RemoveTempDirAtExit) == 0;
     }
@@ -239,26 +243,75 @@ int ZOR_GetTempFileName(const char* prefix, char* out) {
   if (!TempDirectory(state, dir)) return 0;
   for (int attempt = 0; attempt < 1000; ++attempt) {
     char name[64];
-    std::snprintf(name, sizeof name, "%s%08X.TMP", clean.c_str(), ++state.counter);
-    std::string path = dir + "/" + name;
+    std::snprintf(name, sizeof name, "%s%08X", clean.c_str(), ++state.counter);
+    // Each name lives in a directory of its own, so that a temporary data file is the only
+    // file of its store and deleting it can remove the store whole.
+    const std::string home = dir + "/" + name;
+    const std::string path = home + "/" + name + ".TMP";
     if (path.size() >= kMaxPathName) return 0;
     // The directory is ours, so the counter alone makes names unique; a name that exists
-    // anyway (a file placed there by hand) is passed over.
-    struct stat info;
-    if (::lstat(path.c_str(), &info) == 0) continue;
+    // anyway (placed there by hand) is passed over.
+    if (::mkdir(home.c_str(), 0700) != 0) {
+      if (errno == EEXIST) continue;
+      return 0;
+    }
+    state.names.insert(home);
     std::memcpy(out, path.c_str(), path.size() + 1);
     return 1;
   }
   return 0;
 }
 
+namespace {
+
+// The directory that ZOR_GetTempFileName made for path, when it made one and no handle of
+// this process has a file of it open; empty otherwise.
+std::string ClosedTempHome(const std::string& path) {
+  const size_t slash = path.rfind('/');
+  if (slash == std::string::npos) return std::string();
+  std::string home = path.substr(0, slash);
+  {
+    TempState& state = Temp();
+    std::lock_guard<std::mutex> lock(state.mutex);
+    if (state.owner != getpid() || state.names.count(home) == 0) return std::string();
+  }
+  for (const OpenHandleInfo& handle : ListOpenHandles()) {
+    if (NativePath(handle.fileName.c_str()).compare(0, home.size() + 1, home + "/") == 0) {
+      return std::string();
+    }
+  }
+  return home;
+}
+
+void ForgetTempHome(const std::string& home) {
+  TempState& state = Temp();
+  std::lock_guard<std::mutex> lock(state.mutex);
+  state.names.erase(home);
+}
+
+}  // namespace
+
 int FileDeleteWithLCK(const char* name) {
   if (name == nullptr || name[0] == '\0') return 0;
-  if (ZORDataFileExists(name, nullptr)) return ZORDeleteFile(name) == kStatusOk ? 1 : 0;
   std::string path = NativePath(name);
+  // A temporary data file that nothing holds open goes with its directory: removing its
+  // store costs nothing, where dropping the table of a large sort would read (and keep in
+  // memory) every page of it.
+  const std::string home = ClosedTempHome(path);
+  if (!home.empty() && ZORDataFileExists(name, nullptr)) {
+    std::error_code failed;
+    std::filesystem::remove_all(home, failed);
+    if (!failed) {
+      ForgetTempHome(home);
+      return 1;
+    }
+  }
+  if (ZORDataFileExists(name, nullptr)) return ZORDeleteFile(name) == kStatusOk ? 1 : 0;
   struct stat info;
   if (::stat(path.c_str(), &info) != 0 || S_ISDIR(info.st_mode)) return 0;
-  return ::unlink(path.c_str()) == 0 ? 1 : 0;
+  if (::unlink(path.c_str()) != 0) return 0;
+  if (!home.empty() && ::rmdir(home.c_str()) == 0) ForgetTempHome(home);
+  return 1;
 }
 
 int _stat(const char* name, struct _stat* out) {
