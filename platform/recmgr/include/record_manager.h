@@ -1,6 +1,8 @@
 // The record manager: keyed files of fixed-length records, one handle (BtrvFile) per
-// open file. All data files of one directory live in one store in that directory; each
-// file is a table of fixed-length records with one index per key. Handles may be used
+// open file. All data files of one directory live in one store in that directory, or in one
+// schema on a PostgreSQL server when the directory is served from one
+// (ZORServeDirectoryFromServer); each file is a table of fixed-length records with one
+// index per key. Handles may be used
 // from several threads, one thread per handle at a time; record locks, exclusive opens
 // and batches hold between handles and between processes.
 #ifndef BASICS_PLATFORM_RECORD_MANAGER_H_

@@ -1,6 +1,8 @@
 // The record manager's narrow store interface (a catalogue, one table of fixed-length
-// records per file with a byte-ordered index per key, write transactions, positioned
-// reads); currency, locks, batches and key encoding stay above it. Builds on nothing.
+// records per file with a byte-ordered index per key, write transactions and the writers'
+// turn, positioned reads, change stamps, and the record, open and company locks, which
+// must die with the process or its connection); currency, batches and key encoding stay
+// above it. Builds on nothing.
 // A Backend serves one store and is not thread-safe: its store's mutex guards it.
 #ifndef BASICS_PLATFORM_RM_BACKEND_H_
 #define BASICS_PLATFORM_RM_BACKEND_H_

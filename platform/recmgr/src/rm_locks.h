@@ -1,7 +1,8 @@
-// Cross-process locks: records.lck beside each store, one descriptor per handle, and
-// open-file-description byte-range locks on it (a byte per record, an "open" byte per
-// file) that conflict between handles and processes alike and die with the process.
-// Builds on fcntl(F_OFD_SETLK). A LockFile belongs to one handle; not thread-safe.
+// The embedded store's cross-process locks: records.lck beside each store (company.lck for
+// the company's markers), one descriptor per holder, and open-file-description byte-range
+// locks on it (a byte per record, an "open" byte per file) that conflict between handles
+// and processes alike and die with the process. Builds on fcntl(F_OFD_SETLK). A LockFile
+// belongs to one holder; not thread-safe.
 #ifndef BASICS_PLATFORM_RM_LOCKS_H_
 #define BASICS_PLATFORM_RM_LOCKS_H_
 
