@@ -142,6 +142,37 @@ void SetPath(State* s, int slot, const uint8_t* key_bytes) {
 }
 
 // Reads one record (op, or the record at position when direct), with currency and locks.
+// The first record after every record of the current record's key on key path slot, for a
+// plain greater read from the current record: steps of the handle's walk, read into the
+// handle's scratch, so that a read that finds nothing leaves the caller's buffer alone.
+// After a few records of the same key, or at the end of the file, it searches instead: a
+// key with many duplicates is passed faster by the index, and the search gives the status
+// of nothing found. store.mu held.
+Status StepPastCurrentKey(State* s, int slot, RowOut* row) {
+  constexpr int kSteps = 4;
+  const rm::KeySet& keys = s->file->keys;
+  const uint32_t key_length = keys.key(slot).length;
+  RowOut step;
+  step.key = s->next_key.data();
+  step.data = s->record.data();
+  int32_t from = s->pos;
+  for (int i = 0; i < kSteps; ++i) {
+    Status st = s->store->Call().Seek(s->file->table, slot, SeekOp::kAfter, s->path_key.data(),
+                                      from, s->id, &step);
+    if (st == kStatusEndOfFile) break;
+    if (st != kStatusOk) return st;
+    if (std::memcmp(step.key, s->path_key.data(), key_length) != 0) {
+      if (row->data != nullptr) std::memcpy(row->data, step.data, keys.record_length());
+      row->pos = step.pos;
+      row->version = step.version;
+      return kStatusOk;
+    }
+    from = step.pos;
+  }
+  return s->store->Call().Seek(s->file->table, slot, SeekOp::kGreater, s->path_key.data(), 0, 0,
+                               row);
+}
+
 Status DoRead(State* s, bool direct, ReadOp op, uint16_t lock, uint32_t len, uint8_t* buf,
               int16_t key, int32_t position) {
   const rm::KeySet& keys = s->file->keys;
@@ -189,6 +220,12 @@ Status DoRead(State* s, bool direct, ReadOp op, uint16_t lock, uint32_t len, uin
   Status st;
   if (direct) {
     st = store.Call().ReadAt(s->file->table, position, slot, &row);
+  } else if (op == ReadOp::kGreater && !bias.locked && !bias.key_only && s->pos != 0 &&
+             !s->deleted && slot == s->path_slot &&
+             std::memcmp(search, s->path_key.data(), keys.key(slot).length) == 0) {
+    // Greater than the handle's own current key: the handle's walk reaches it in a step or
+    // a few (past the key's other records), where a search would start a new walk.
+    st = StepPastCurrentKey(s, slot, &row);
   } else {
     const bool stepping = op == ReadOp::kNext || op == ReadOp::kPrevious;
     st = store.Call().Seek(s->file->table, slot, SeekOf(op), search, s->pos, stepping ? s->id : 0,
