@@ -84,6 +84,12 @@ class Params {
   Params(const Params&) = delete;
   Params& operator=(const Params&) = delete;
 
+  // Room for n parameters, so that a statement with many keys grows its lists once.
+  void Reserve(size_t n) {
+    values_.reserve(n);
+    lengths_.reserve(n);
+    formats_.reserve(n);
+  }
   Params& Int(int64_t v) {
     std::array<char, 24>& buf = numbers_[used_++];
     auto [end, ec] = std::to_chars(buf.data(), buf.data() + buf.size() - 1, v);
@@ -1128,6 +1134,7 @@ Status PgBackend::Insert(Table* table, const uint8_t* data, const uint8_t* keys,
         ") " + values + (any_unique ? ") ON CONFLICT DO NOTHING RETURNING pos" : ") RETURNING pos");
   }
   Params params;
+  params.Reserve(n + 1);
   params.Bytes(data, t->shape.record_length);
   BindKeys(&params, t, keys);
   Result r;
@@ -1172,6 +1179,7 @@ Status PgBackend::Update(Table* table, int32_t pos, int64_t version, const uint8
     check_sql += " FROM " + t->name + " WHERE pos = $1";
   }
   Params params;
+  params.Reserve(n + 3);
   params.Int(pos).Int(version).Bytes(data, t->shape.record_length);
   BindKeys(&params, t, keys);
   Result r;
@@ -1235,6 +1243,7 @@ Status PgBackend::Restore(Table* table, int32_t pos, int64_t version, const uint
     }
   }
   Params params;
+  params.Reserve(n + 3);
   params.Int(pos).Int(version).Bytes(data, t->shape.record_length);
   BindKeys(&params, t, keys);
   Result r;
