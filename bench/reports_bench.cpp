@@ -8,7 +8,9 @@
 //
 // On every book, against a plain record-manager walk of the same rows:
 // - the general-ledger sort over the book's year (start, then every sorted entry with its
-//   whole transaction loaded), against a walk of every row by row key 2 (account, date);
+//   whole transaction loaded), against a walk of every row by row key 2 (account, date),
+//   and against that walk reading each entry's whole transaction as well ("gl-trx": the
+//   reads the sort hands out, without the sorting);
 // - the register walk of the bank account, against a walk of its rows by key 2 (and, to
 //   show what the register cannot do without, the same walk reading each row's header);
 // - the job sort of one job, then its walk, against a walk of the job's rows by key 6;
@@ -19,7 +21,7 @@
 // reset through /proc/self/clear_refs), for the host program the child's own peak.
 //
 // Every measurement runs three times (once on a book of a million transactions or more).
-// At the end, per book, "ratio gl|register|job X.XX": our time over the plain walk's (best
+// At the end, per book, "ratio gl|gl-trx|register|job X.XX": our time over the plain walk's (best
 // of the runs); then, from the smallest to the largest book, "growth <walk> X.XX": the time
 // grown over the transactions grown (about 1 when the cost per transaction stays the same),
 // and "memory <walk>" with the peaks on both books.
@@ -325,6 +327,44 @@ int64_t WalkYear(BtrvFile* file, const Book& book, int64_t* entries) {
   return rows;
 }
 
+// WalkYear, and for each entry its whole transaction read as the general-ledger sort hands it
+// out: the header by key 5 (the post order) and its rows by key 1 (post order, line) through
+// a second row handle. What the sort cannot do without besides sorting; answers the year's
+// rows.
+int64_t WalkYearWithTransactions(BtrvFile* file, BtrvFile* headers, BtrvFile* lines,
+                                 const Book& book) {
+  JrnlRowType row = {};
+  JrnlHdrType hdr;
+  JrnlRowType line;
+  int64_t rows = 0;
+  int32_t account = -1;
+  DatesType date{};
+  uint32_t post = 0;
+  for (uint8_t ok = GetFileGE(file, kLockBiasNone, sizeof row, &row, kAccountDateKey); ok;
+       ok = GetFileNext(file, kLockBiasNone, sizeof row, &row, kAccountDateKey)) {
+    const DatesType row_date = row.Date;
+    if (!InYear(book, row_date)) continue;
+    ++rows;
+    if (row.Account == account && row.PostOrder == post &&
+        std::memcmp(&row_date, &date, sizeof date) == 0) {
+      continue;
+    }
+    account = row.Account;
+    date = row_date;
+    post = row.PostOrder;
+    std::memset(&hdr, 0, sizeof hdr);
+    hdr.PostOrder = post;
+    if (!GetFileEqual(headers, kLockBiasNone, sizeof hdr, &hdr, 5)) continue;
+    std::memset(&line, 0, sizeof line);
+    line.PostOrder = post;
+    for (uint8_t more = GetFileGE(lines, kLockBiasNone, sizeof line, &line, 1);
+         more && line.PostOrder == post;
+         more = GetFileNext(lines, kLockBiasNone, sizeof line, &line, 1)) {
+    }
+  }
+  return rows;
+}
+
 // The bank account's rows of the year by key 2.
 int64_t WalkBank(BtrvFile* file, const Book& book) {
   JrnlRowType row = {};
@@ -460,19 +500,23 @@ void Finish(benchmark::State& state, int64_t rows, const PeakMemory& memory) {
 
 // --- The measurements ---------------------------------------------------------------------------
 
-enum class Walk { kYear, kBank, kBankWithHeaders, kJob };
+enum class Walk { kYear, kYearWithTransactions, kBank, kBankWithHeaders, kJob };
 
 void BM_Plain(benchmark::State& state, int64_t n, Walk walk) {
   const Book& book = UseBook(n);
   PeakMemory memory;
-  BtrvFile *file = nullptr, *headers = nullptr;
-  if (!OpenJrnlRowFile(&file, kOpenModeReadOnly) || !OpenJrnlHdrFile(&headers, kOpenModeReadOnly))
+  BtrvFile *file = nullptr, *headers = nullptr, *lines = nullptr;
+  if (!OpenJrnlRowFile(&file, kOpenModeReadOnly) || !OpenJrnlHdrFile(&headers, kOpenModeReadOnly) ||
+      !OpenJrnlRowFile(&lines, kOpenModeReadOnly))
     state.SkipWithError("the journal files");
   int64_t rows = 0, entries = 0;
   for (auto _ : state) {
     switch (walk) {
       case Walk::kYear:
         rows = WalkYear(file, book, &entries);
+        break;
+      case Walk::kYearWithTransactions:
+        rows = WalkYearWithTransactions(file, headers, lines, book);
         break;
       case Walk::kBank:
         rows = WalkBank(file, book);
@@ -487,7 +531,9 @@ void BM_Plain(benchmark::State& state, int64_t n, Walk walk) {
   }
   RealCloseFile(&file, __FILE__, __LINE__);
   RealCloseFile(&headers, __FILE__, __LINE__);
-  const int64_t expected = walk == Walk::kYear  ? book.year_rows
+  RealCloseFile(&lines, __FILE__, __LINE__);
+  const int64_t expected = walk == Walk::kYear || walk == Walk::kYearWithTransactions
+                               ? book.year_rows
                            : walk == Walk::kJob ? book.job_rows
                                                 : book.bank_rows;
   if (rows != expected) state.SkipWithError("the walk met other rows than before");
@@ -650,6 +696,8 @@ struct Measure {
 constexpr Measure kMeasures[] = {
     {"gl", "BM_GeneralLedgerSort", "BM_GeneralLedgerPlain"},
     {"gl-plain", "BM_GeneralLedgerPlain", nullptr},
+    {"gl-trx", "BM_GeneralLedgerSort", "BM_GeneralLedgerPlainWithTransactions"},
+    {"gl-plain-trx", "BM_GeneralLedgerPlainWithTransactions", nullptr},
     {"register", "BM_Register", "BM_RegisterPlain"},
     {"register-plain", "BM_RegisterPlain", nullptr},
     {"register-hdr", "BM_RegisterPlainWithHeaders", nullptr},
@@ -750,6 +798,9 @@ int main(int argc, char** argv) {
       if (one_pass) b->Iterations(1);
     };
     set(RegisterBenchmark(NameOf("BM_GeneralLedgerPlain", n).c_str(), BM_Plain, n, Walk::kYear),
+        true);
+    set(RegisterBenchmark(NameOf("BM_GeneralLedgerPlainWithTransactions", n).c_str(), BM_Plain, n,
+                          Walk::kYearWithTransactions),
         true);
     set(RegisterBenchmark(NameOf("BM_GeneralLedgerSort", n).c_str(), BM_GeneralLedgerSort, n),
         true);
