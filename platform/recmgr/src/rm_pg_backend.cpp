@@ -1119,19 +1119,24 @@ Status PgBackend::Insert(Table* table, const uint8_t* data, const uint8_t* keys,
   std::string sql;
   if (t->insert.name.empty()) {
     // A repeat on a unique key inserts nothing instead of failing: a failed statement
-    // would abort the whole transaction, and a batch goes on after a duplicate. A file
-    // without a unique key cannot have a repeat (positions come from the table's own
-    // sequence), so its inserts skip the check.
+    // would abort the whole transaction, and a batch goes on after a duplicate. The
+    // statement looks each unique key up first; writers take turns, so nobody can make
+    // the repeat between the look-up and the insert (and the index refuses it if anyone
+    // did). Positions come from the table's own sequence and never repeat.
     sql = "INSERT INTO " + t->name + "(ver, data";
-    std::string values = "VALUES(1, $1";
+    std::string values = " SELECT 1, $1";
+    std::string repeats;
     for (size_t i = 0; i < n; ++i) {
-      sql += Numbered(", k", static_cast<int64_t>(i));
-      values += Numbered(", $", static_cast<int64_t>(i + 2));
+      const std::string k = Numbered("k", static_cast<int64_t>(i));
+      const std::string p = Numbered("$", static_cast<int64_t>(i + 2));
+      sql += ", " + k;
+      values += ", " + p;
+      if (t->shape.unique[i]) {
+        repeats += std::string(repeats.empty() ? " WHERE " : " AND ") +
+                   "NOT EXISTS (SELECT 1 FROM " + t->name + " WHERE " + k + " = " + p + ")";
+      }
     }
-    const bool any_unique =
-        std::find(t->shape.unique.begin(), t->shape.unique.end(), true) != t->shape.unique.end();
-    sql +=
-        ") " + values + (any_unique ? ") ON CONFLICT DO NOTHING RETURNING pos" : ") RETURNING pos");
+    sql += ")" + values + repeats + " RETURNING pos";
   }
   Params params;
   params.Reserve(n + 1);
