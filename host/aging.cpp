@@ -6,24 +6,13 @@
 #include <string>
 
 #include "Basics.h"
+#include "text.h"
 
 namespace host {
 namespace {
 
 constexpr int kBuckets = 4;
 const char* const kBucketNames[kBuckets] = {"0-30", "31-60", "61-90", "Over 90"};
-
-std::string Money(double amount) {
-  char text[32];
-  std::snprintf(text, sizeof text, "%.2f", Round(amount));
-  return text;
-}
-
-std::string DateText(const DatesType& date) {
-  char text[16];
-  MediumDateText(date, text, sizeof text);
-  return text;
-}
 
 int Bucket(int32_t days_past_due) {
   if (days_past_due <= 30) return 0;
@@ -137,7 +126,7 @@ void AgingView(std::vector<Listing>* listings, Outcome& out) {
   }
   CloseJrnlFile(&files);
   if (!ok) return;
-  const std::string at = " at " + DateText(TodaysDate);
+  const std::string at = " at " + MediumDate(TodaysDate);
   listings->push_back(AgingListing("Receivables aging" + at, "Customer", receivables));
   listings->push_back(AgingListing("Payables aging" + at, "Vendor", payables));
 }

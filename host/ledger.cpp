@@ -7,6 +7,7 @@
 
 #include "Basics.h"
 #include "chart_nets.h"
+#include "text.h"
 
 namespace host {
 namespace {
@@ -14,20 +15,6 @@ namespace {
 constexpr const char* kHost = "host/ledger";
 
 TrialBalanceRange g_range;
-
-std::string Money(double amount) {
-  char text[32];
-  std::snprintf(text, sizeof text, "%.2f", Round(amount));
-  return text;
-}
-
-std::string DateText(const DatesType& date) {
-  char text[16];
-  MediumDateText(date, text, sizeof text);
-  return text[0] != '\0' ? text : "-";
-}
-
-bool IsSet(const DatesType& date) { return date.day != 0 || date.month != 0 || date.year != 0; }
 
 std::string AccountID(int32_t number) {
   FixedString<16> id{};

@@ -14,6 +14,7 @@
 #include "chart_nets.h"
 #include "progress.h"
 #include "stream_listing.h"
+#include "text.h"
 
 namespace host {
 namespace {
@@ -24,20 +25,6 @@ constexpr int16_t kAccountDateKey = 2;  // row key 2: account, date, post order
 // Column widths of the streamed tables.
 constexpr size_t kIdWidth = 15, kDateWidth = 12, kJournalWidth = 4, kKeyWidth = 13,
                  kReferenceWidth = 20, kCardWidth = 20, kDescriptionWidth = 30, kMoneyWidth = 12;
-
-std::string Money(double amount) {
-  char text[32];
-  std::snprintf(text, sizeof text, "%.2f", Round(amount));
-  return text;
-}
-
-std::string DateText(const DatesType& date) {
-  char text[16];
-  MediumDateText(date, text, sizeof text);
-  return text[0] != '\0' ? text : "-";
-}
-
-bool IsSet(const DatesType& date) { return date.day != 0 || date.month != 0 || date.year != 0; }
 
 // The ends of a range left open lie far out; their rows show no date.
 constexpr uint16_t kOpenStartYear = 1900, kOpenEndYear = 2199;

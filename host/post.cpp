@@ -12,6 +12,7 @@
 #include "Basics.h"
 #include "posting.h"
 #include "progress.h"
+#include "text.h"
 
 namespace host {
 namespace {
@@ -179,18 +180,6 @@ bool ReadTransaction(const Json& object, TrxSpec* t, Refusal* refusal) {
   return r.ok();
 }
 
-std::string Money(double amount) {
-  char text[32];
-  std::snprintf(text, sizeof text, "%.2f", Round(amount));
-  return text;
-}
-
-std::string DateText(const DatesType& date) {
-  char text[16];
-  MediumDateText(date, text, sizeof text);
-  return text;
-}
-
 }  // namespace
 
 void PostFile(const std::string& path, const std::string& file, std::vector<Listing>* listings,
@@ -241,7 +230,7 @@ void PostFile(const std::string& path, const std::string& file, std::vector<List
     }
     posted.Add({number, done.key,
                 GetJrnlName(t.journal == SJ && t.second_sales_journal ? SJ2 : t.journal),
-                DateText(t.date), t.reference, Money(done.amount)});
+                MediumDate(t.date), t.reference, Money(done.amount)});
   }
   progress.Step(document.size());
   posted.SetFooter("(" + std::to_string(posted.rows().size()) + " posted, " +

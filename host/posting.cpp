@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "Basics.h"
+#include "text.h"
 
 namespace host {
 namespace {
@@ -16,12 +17,6 @@ constexpr const char* kHost = "host/posting";
 
 // The host shows no alarms of its own; the library tells it of every journal action.
 void NoAlarms(JournalRecord*, EVENTDB_ACTION) {}
-
-std::string Money(double amount) {
-  char text[32];
-  std::snprintf(text, sizeof text, "%.2f", Round(amount));
-  return text;
-}
 
 bool IsOpenYearPeriod(uint16_t period) {
   return (period >= 15 && period <= 27) || (period >= 29 && period <= 41);

@@ -6,17 +6,12 @@
 
 #include "Basics.h"
 #include "company.h"
+#include "text.h"
 
 namespace host {
 namespace {
 
 constexpr const char* kHost = "host/report";
-
-std::string DateText(const DatesType& date) {
-  char text[16];
-  MediumDateText(date, text, sizeof text);
-  return text[0] != '\0' ? text : "-";
-}
 
 // Walks a file in key-0 order through a read-only handle of the host's own and hands each
 // record to visit. The walk ends at the end of the file; any other status is a failure
@@ -288,12 +283,6 @@ namespace host {
 namespace {
 
 JournalFilter g_filter;
-
-std::string Money(double amount) {
-  char text[32];
-  std::snprintf(text, sizeof text, "%.2f", Round(amount));
-  return text;
-}
 
 std::string Quantity(double quantity) {
   char text[32];

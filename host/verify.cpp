@@ -19,18 +19,13 @@
 #include "Basics.h"
 #include "chart_nets.h"
 #include "progress.h"
+#include "text.h"
 
 namespace host {
 namespace {
 
 // How many problems of one kind are told before the rest are only counted.
 constexpr size_t kShownPerKind = 10;
-
-std::string Money(double amount) {
-  char text[32];
-  std::snprintf(text, sizeof text, "%.2f", Round(amount));
-  return text;
-}
 
 // Problems by kind, in the order the kinds were first met.
 class Problems {
