@@ -5,6 +5,7 @@
 #include <cstring>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <utility>
@@ -391,44 +392,77 @@ void GeneralLedgerReport(const ReportRequest& request, Outcome& out) {
 
 // --- Register and reconciliation ----------------------------------------------------------------
 
-void RegisterReport(const ReportRequest& request, Outcome& out) {
+namespace {
+
+// What the register and the reconciliation start from: the range and account asked for,
+// the output spooled, and two read pairs, one walked and one for look-ups, each with a
+// navigator.
+class AccountWalk {
+ public:
+  // false with out failed when the request names no range or account, or the journal
+  // cannot be opened.
+  bool Open(const ReportRequest& request, Outcome& out) {
+    if (!ResolveRange(request, &range, &words, out) || !FindAccount(request, &account, out))
+      return false;
+    out.Spool();
+    if (!pair_.Open(out) || !lookup_.Open(out)) return false;
+    walk_.emplace(pair_.files());
+    rows_.emplace(lookup_.files());
+    return true;
+  }
+  // The account's balance before date (BalanceBefore, through the look-up navigator).
+  bool BalanceBefore(DatesType date, double* balance, Outcome& out) {
+    return host::BalanceBefore(account.RecordNumber, account.Periods, date, *rows_, lookup_.files(),
+                               balance, out);
+  }
+  // Whether the walk ended normally; otherwise fails out.
+  bool Ended(Outcome& out) const { return WalkEnded(pair_.files(), out); }
+  std::string Title(const std::string& what) const {
+    return what + account.ID.c_str() + " " + account.Description.c_str() + " (" + words + ")";
+  }
+  JrnlRowHdrClass& walk() { return *walk_; }
+  JrnlRowHdrClass& rows() { return *rows_; }
+  const JrnlDBFilesType& lookup_files() const { return lookup_.files(); }
+
   FromTo range{};
   std::string words;
   AccountType account{};
-  if (!ResolveRange(request, &range, &words, out) || !FindAccount(request, &account, out)) return;
-  out.Spool();
-  ReadPair pair, lookup;
-  if (!pair.Open(out) || !lookup.Open(out)) return;
-  JrnlRowHdrClass walk(pair.files()), rows(lookup.files());
+
+ private:
+  ReadPair pair_, lookup_;
+  std::optional<JrnlRowHdrClass> walk_, rows_;
+};
+
+}  // namespace
+
+void RegisterReport(const ReportRequest& request, Outcome& out) {
+  AccountWalk a;
+  if (!a.Open(request, out)) return;
   double opening = 0;
-  if (!BalanceBefore(account.RecordNumber, account.Periods, range.from, rows, lookup.files(),
-                     &opening, out)) {
-    return;
-  }
-  const std::string id = account.ID.c_str();
+  if (!a.BalanceBefore(a.range.from, &opening, out)) return;
   ListingStream stream(request.format, out);
-  stream.Begin("Register of " + id + " " + account.Description.c_str() + " (" + words + ")",
-               {{"Date", false, kDateWidth},
-                {"Journal", false, kJournalWidth},
-                {"Key", false, kKeyWidth},
-                {"Reference", false, kReferenceWidth},
-                {"Card", false, kCardWidth},
-                {"Description", false, kDescriptionWidth},
-                {"Debit", true, kMoneyWidth},
-                {"Credit", true, kMoneyWidth},
-                {"Balance", true, kMoneyWidth}});
-  stream.Row({EdgeText(range.from), "", "", "", "", "Opening balance", "", "", Money(opening)});
+  stream.Begin(a.Title("Register of "), {{"Date", false, kDateWidth},
+                                         {"Journal", false, kJournalWidth},
+                                         {"Key", false, kKeyWidth},
+                                         {"Reference", false, kReferenceWidth},
+                                         {"Card", false, kCardWidth},
+                                         {"Description", false, kDescriptionWidth},
+                                         {"Debit", true, kMoneyWidth},
+                                         {"Credit", true, kMoneyWidth},
+                                         {"Balance", true, kMoneyWidth}});
+  stream.Row({EdgeText(a.range.from), "", "", "", "", "Opening balance", "", "", Money(opening)});
   Progress progress("register", 0);
   double balance = opening, debits = 0, credits = 0;
   size_t count = 0;
-  for (int ok = walk.GetFirstSortedTrxForAcctRegister(range, account.RecordNumber); ok;
-       ok = walk.GetNextSortedTrxForAcctRegister(range, account.RecordNumber)) {
+  JrnlRowHdrClass& walk = a.walk();
+  for (int ok = walk.GetFirstSortedTrxForAcctRegister(a.range, a.account.RecordNumber); ok;
+       ok = walk.GetNextSortedTrxForAcctRegister(a.range, a.account.RecordNumber)) {
     progress.Step(++count);
     // The walk gives each transaction once per date: its rows on the account are added up.
     const JrnlRowType& row = walk.Row;
     const JrnlHdrType& h = walk.Hdr;
     double debit = 0, credit = 0;
-    GroupAmounts(row, h.LedgerFlag != 0, rows, lookup.files(), &debit, &credit, out);
+    GroupAmounts(row, h.LedgerFlag != 0, a.rows(), a.lookup_files(), &debit, &credit, out);
     if (out.failed()) return;
     balance += debit - credit;
     debits += debit;
@@ -438,30 +472,20 @@ void RegisterReport(const ReportRequest& request, Outcome& out) {
                 CardText(h), description, IsZero(debit) ? "" : Money(debit),
                 IsZero(credit) ? "" : Money(credit), Money(balance)});
   }
-  if (!WalkEnded(pair.files(), out)) return;
-  stream.Row({EdgeText(range.to), "", "", "", "", "Closing balance", Money(debits), Money(credits),
-              Money(balance)});
+  if (!a.Ended(out)) return;
+  stream.Row({EdgeText(a.range.to), "", "", "", "", "Closing balance", Money(debits),
+              Money(credits), Money(balance)});
   stream.Footer("(" + std::to_string(count) + " rows)");
 }
 
 void ReconcileReport(const ReportRequest& request, Outcome& out) {
-  FromTo range{};
-  std::string words;
-  AccountType account{};
-  if (!ResolveRange(request, &range, &words, out) || !FindAccount(request, &account, out)) return;
-  out.Spool();
-  ReadPair pair, lookup;
-  if (!pair.Open(out) || !lookup.Open(out)) return;
-  JrnlRowHdrClass walk(pair.files()), rows(lookup.files());
+  AccountWalk a;
+  if (!a.Open(request, out)) return;
   // The book balance at the range's end: everything before the day after it.
-  DatesType after = range.to;
+  DatesType after = a.range.to;
   IncDate(after, 1);
   double book = 0;
-  if (!BalanceBefore(account.RecordNumber, account.Periods, after, rows, lookup.files(), &book,
-                     out)) {
-    return;
-  }
-  const std::string id = account.ID.c_str();
+  if (!a.BalanceBefore(after, &book, out)) return;
   ListingStream stream(request.format, out);
   const std::vector<StreamColumn> columns = {{"Date", false, kDateWidth},
                                              {"Journal", false, kJournalWidth},
@@ -476,17 +500,16 @@ void ReconcileReport(const ReportRequest& request, Outcome& out) {
   double uncleared = 0;
   size_t done = 0;
   for (const bool cleared : {true, false}) {
-    stream.Begin(std::string(cleared ? "Cleared" : "Not cleared") + ", " + id + " " +
-                     account.Description.c_str() + " (" + words + ")",
-                 columns);
+    stream.Begin(a.Title(cleared ? "Cleared, " : "Not cleared, "), columns);
     double debits = 0, credits = 0;
     size_t count = 0;
-    for (int ok = walk.GetFirstSortedTrxForAcctRec(range, account.RecordNumber); ok;
-         ok = walk.GetNextSortedTrxForAcctRec(range, account.RecordNumber)) {
+    JrnlRowHdrClass& walk = a.walk();
+    for (int ok = walk.GetFirstSortedTrxForAcctRec(a.range, a.account.RecordNumber); ok;
+         ok = walk.GetNextSortedTrxForAcctRec(a.range, a.account.RecordNumber)) {
       progress.Step(++done);
       const JrnlRowType& row = walk.Row;
       const bool is_cleared =
-          IsSet(row.DateCleared) && CompareDates(row.DateCleared, range.to) <= 0;
+          IsSet(row.DateCleared) && CompareDates(row.DateCleared, a.range.to) <= 0;
       if (is_cleared != cleared || IsZero(row.Amount)) continue;
       ++count;
       (row.Amount > 0 ? debits : credits) += row.Amount > 0 ? row.Amount : -row.Amount;
@@ -497,13 +520,14 @@ void ReconcileReport(const ReportRequest& request, Outcome& out) {
                   walk.Hdr.Reference, description, DebitOf(row.Amount), CreditOf(row.Amount),
                   cleared ? DateText(row.DateCleared) : ""});
     }
-    if (!WalkEnded(pair.files(), out)) return;
+    if (!a.Ended(out)) return;
     stream.Row({"", "", "", "", "Total", Money(debits), Money(credits), ""});
     stream.Footer("(" + std::to_string(count) + " rows)");
   }
-  const std::string at = EdgeText(range.to);
-  stream.Begin("Reconciliation of " + id + (at.empty() ? "" : " at " + at),
-               {{"What", false, 40}, {"Amount", true, kMoneyWidth}});
+  const std::string at = EdgeText(a.range.to);
+  stream.Begin(
+      "Reconciliation of " + std::string(a.account.ID.c_str()) + (at.empty() ? "" : " at " + at),
+      {{"What", false, 40}, {"Amount", true, kMoneyWidth}});
   stream.Row({"Book balance", Money(book)});
   stream.Row({"Less the rows not cleared", Money(uncleared)});
   stream.Row({"Cleared balance", Money(book - uncleared)});
